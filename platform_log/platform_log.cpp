@@ -1,0 +1,124 @@
+#include "platform_log.h"
+
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/uio.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <memory>
+
+namespace {
+
+using heap_text = std::unique_ptr<char, decltype([](char *text) { free(text); })>;
+
+int syslog_priority(int level) {
+    if (level <= 2) {
+        return LOG_ERR;
+    }
+    if (level == 3) {
+        return LOG_WARNING;
+    }
+    return level < 11 ? LOG_INFO : LOG_DEBUG;
+}
+
+bool shown_on_stderr(int level) {
+    const char *setting = secure_getenv("PLATFORM_LOG_STDERR");
+    if (setting == nullptr || *setting == '\0') {
+        return false;
+    }
+    char *end = nullptr;
+    const long most = strtol(setting, &end, 10);
+    return *end == '\0' && level <= most;
+}
+
+// Whether the byte is part of a control character: one byte in C0 and for DEL, two in C1 (UTF-8).
+bool is_control(const char *text, size_t at) {
+    const auto byte = [text](size_t where) { return static_cast<unsigned char>(text[where]); };
+    const auto in_c1 = [byte](size_t where) { return byte(where) >= 0x80 && byte(where) <= 0x9F; };
+    return byte(at) < 0x20 || byte(at) == 0x7F || (byte(at) == 0xC2 && in_c1(at + 1)) ||
+           (at > 0 && byte(at - 1) == 0xC2 && in_c1(at));
+}
+
+// The texts that are logged may come from a stranger's certificate, so control characters are
+// spelled out: none of them reaches a terminal or starts a line of its own. Without memory for
+// that, question marks stand for them. Returns null if `text` can be shown as it now is.
+heap_text spelled_out(char *text) {
+    const size_t length = strlen(text);
+    size_t controls = 0;
+    for (size_t at = 0; at < length; ++at) {
+        controls += is_control(text, at) ? size_t{1} : 0;
+    }
+    if (controls == 0) {
+        return nullptr;
+    }
+    heap_text spelled(static_cast<char *>(malloc(length + 3 * controls + 1)));
+    char *end = spelled.get();
+    for (size_t at = 0; end != nullptr && at <= length; ++at) {
+        if (at < length && is_control(text, at)) {
+            end += snprintf(end, 5, "\\x%02X", static_cast<unsigned char>(text[at]));
+        } else {
+            *end++ = text[at];
+        }
+    }
+    for (size_t at = length; end == nullptr && at-- > 0;) {
+        text[at] = is_control(text, at) ? '?' : text[at];
+    }
+    return spelled;
+}
+
+void write_line(int level, int component, const char *text) {
+    char head[40];
+    const int length = snprintf(head, sizeof head, "L%d [%d] ", level, component);
+    char *const body = const_cast<char *>(text);
+    char line_break[] = "\n";
+    const iovec parts[] = {
+        {head, static_cast<size_t>(length)}, {body, strlen(body)}, {line_break, 1}};
+    // Nothing can be done about a standard error that takes no more.
+    [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, parts, 3);
+}
+
+void deliver(int level, int component, char *text) {
+    size_t end = strlen(text);
+    while (end > 0 && text[end - 1] == '\n') {
+        text[--end] = '\0';
+    }
+    const heap_text spelled = spelled_out(text);
+    const char *shown = spelled != nullptr ? spelled.get() : text;
+    syslog(syslog_priority(level), "[%d] %s", component, shown);
+    if (shown_on_stderr(level)) {
+        write_line(level, component, shown);
+    }
+}
+
+} // namespace
+
+int platform_log_write(int level, int component, const char *format, ...) {
+    const int saved_errno = errno;
+    // Reports of exhausted memory have to get through, so the heap serves long texts only, and a
+    // long text that finds none is cut.
+    char room[1024];
+    va_list args;
+    va_list again;
+    va_start(args, format);
+    va_copy(again, args);
+    const int length = vsnprintf(room, sizeof room, format, args);
+    heap_text longer;
+    if (length >= static_cast<int>(sizeof room)) {
+        const size_t size = static_cast<size_t>(length) + 1;
+        longer.reset(static_cast<char *>(malloc(size)));
+        if (longer != nullptr) {
+            vsnprintf(longer.get(), size, format, again);
+        }
+    }
+    va_end(again);
+    va_end(args);
+    if (length >= 0) {
+        deliver(level, component, longer != nullptr ? longer.get() : room);
+    }
+    errno = saved_errno;
+    return length >= 0 ? 0 : -1;
+}
