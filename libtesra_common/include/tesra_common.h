@@ -1,0 +1,280 @@
+/*
+ * libtesra_common: diagnostics, X.509 certificate chains, Base64 and hexadecimal.
+ *
+ * What holds for every function:
+ *
+ * 1. Inputs are only read, and are not referred to once the call has returned. Those that come with
+ *    a length need no terminating NUL.
+ * 2. What a function hands back is a new object that the caller owns. A tesra_cert_data is released
+ *    with tesra_free_cert_data, everything else with free(3).
+ * 3. A call that fails hands back nothing, leaves what its out-parameters point to as it was, and
+ *    leaves nothing allocated.
+ * 4. Nothing is kept from one call to the next, so there is nothing to initialise or to shut down.
+ *    All functions may be called from several threads at once; they take no lock.
+ * 5. What happens is reported, in each layer that it passes through, innermost first: errors (level
+ *    2) to the platform's log and to the trace file; warnings (level 3), results (level 4), entries
+ *    into functions and the lengths that the codecs work on (level 11) to the platform's log alone.
+ *    Every failure is an error, except that an empty chain in tesra_get_cert_count and an empty
+ *    buffer in tesra_dump are warnings. A report that its sink does not take is lost.
+ * 6. OpenSSL's error queue is neither read nor cleared: entries that a failed call leaves there are
+ *    the caller's. tesra_trace leaves errno as it was; any other call may change it.
+ */
+#ifndef TESRA_COMMON_H
+#define TESRA_COMMON_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define TESRA_API __attribute__((__visibility__("default")))
+#define TESRA_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
+#else
+#define TESRA_API
+#define TESRA_PRINTF(text, first)
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** The trace file: text, one line per report, appended to and never truncated. */
+#define TESRA_TRACE_FILE "/var/log/miraxlog"
+
+/**
+ * tesra_trace appends one line to the trace file, TESRA_TRACE_FILE.
+ *
+ * The line is "YYYY-MM-DDThh:mm:ss.uuuuuu L<level> [<process id>] <file>:<line>:" in local time,
+ * followed directly by the message. Nothing is added behind the message, so end `format` in a line
+ * break. A line has at most 511 characters; a longer one is cut there and loses its line break. If
+ * the clock cannot be converted to local time, the line is dated 1900-01-00T00:00:00.
+ *
+ * The file is opened for appending (and created, if need be, with mode 0666 less the umask),
+ * written and closed again within the call. If it cannot be opened or written, the line is lost
+ * without notice.
+ *
+ * @param level   importance of the report, 0 to 255: 2 error, 3 warning, 4 information, 11 debug
+ * @param file    name of the reporting source file; NUL-terminated, not null
+ * @param line    line of the report in that file
+ * @param format  printf(3) format of the message; NUL-terminated, not null
+ * @param ...     what `format` asks for
+ *
+ * errno is left as it was.
+ *
+ * Thread-safety: safe. Each line goes to the end of the file in one write, so lines from several
+ * threads and processes do not mix.
+ */
+TESRA_API void tesra_trace(uint8_t level, const char *file, uint32_t line, const char *format, ...)
+    TESRA_PRINTF(4, 5);
+
+/**
+ * Flags of tesra_dump: where its lines go. They may be combined.
+ */
+#define TESRA_DUMP_LOG 0x01   /**< to the platform's log, at level 4 */
+#define TESRA_DUMP_TRACE 0x02 /**< to the trace file, at level 4 */
+
+/**
+ * tesra_dump shows bytes in hexadecimal, sixteen to a line.
+ *
+ * Each line is "<label> <index>: " with the index of its first byte in at least four upper-case
+ * digits, and then two digits and a blank for every byte. A line has at most 126 characters, which
+ * a label of up to 71 leaves room enough; with a longer one, what does not fit is shown nowhere.
+ * With both flags, each line goes to the platform's log first.
+ *
+ * @param flags   TESRA_DUMP_LOG, TESRA_DUMP_TRACE or both; other bits are ignored, and with neither
+ *                no line goes anywhere
+ * @param label   text in front of every line, NUL-terminated; null is the empty text
+ * @param buffer  the bytes; if null, an error is reported ("Invalid arguments") and nothing is
+ *                shown
+ * @param length  how many; if 0, a warning is reported ("Buffer length = 0!") and nothing is shown
+ *
+ * The file and line that the sinks show with each line are those of the library, not of the caller:
+ * tell dumps apart by their labels.
+ *
+ * Thread-safety: safe; lines of other callers may come between those of one dump.
+ */
+TESRA_API void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffer, uint32_t length);
+
+/*
+ * Certificate chains
+ *
+ * A chain is PEM text that holds one or more X.509 certificates, numbered from 0 in the order of
+ * the text. They are read and nothing more: no signature, issuer, date or trust is checked.
+ *
+ * What stands before a BEGIN CERTIFICATE line is passed over: blank lines, comments, PEM blocks of
+ * other kinds that are well formed. The chain ends cleanly if nothing follows the END line of its
+ * last certificate but that line's own line break: a blank line, or a terminating NUL counted in
+ * cert_len, is taken for the start of one more certificate, which cannot be read.
+ *
+ * cert_len counts bytes, without a terminating NUL, and must be less than 2^31; the text of a
+ * longer one is not looked at, and the call fails as for a chain that cannot be read. libcrypto's
+ * memory buffers end sooner, at about 1.5 GiB: beyond that the call fails as well.
+ *
+ * Every call reads the chain from its start, so visiting all n certificates of a chain by position
+ * decodes about n*n/2 certificates.
+ *
+ * A certificate's PEM block with an encryption header makes OpenSSL ask for a pass phrase on the
+ * process's terminal or, without one, on its standard input. A daemon has no terminal and keeps its
+ * standard input on /dev/null; other programs call UI_set_default_method(UI_null()) of libcrypto
+ * once at their start, or filter such input.
+ */
+
+/**
+ * tesra_get_cert_count counts the certificates of a chain.
+ *
+ * @param cert_chain  the chain
+ * @param cert_len    its length in bytes
+ * @return the number of certificates, at least 1; or 0 if `cert_chain` is null, `cert_len` is 0,
+ *         the chain holds no certificate, one of its certificates cannot be read, it does not end
+ *         cleanly, or memory is exhausted
+ *
+ * Thread-safety: safe.
+ */
+TESRA_API uint32_t tesra_get_cert_count(const char *cert_chain, uint32_t cert_len);
+
+/**
+ * The particulars of one certificate, as NUL-terminated texts.
+ *
+ * In a record from tesra_get_cert_data every field is set. A name attribute that the certificate
+ * lacks is an empty text; of an attribute that occurs several times, the first value is taken. A
+ * value with an embedded NUL reads as a text that ends there.
+ *
+ * Name texts are UTF-8, of any length, and are whatever the certificate's maker chose, control
+ * characters included. Escape them before they are shown. The library itself reports them as they
+ * are to the platform's log.
+ */
+typedef struct tesra_cert_data {
+    char *serial_number;       /**< decimal, with a leading minus sign if negative */
+    char *not_before;          /**< start of validity, such as "Jan  1 00:00:00 2024 GMT" */
+    char *not_after;           /**< end of validity, in the same form */
+    char *issuer_country;      /**< issuer C */
+    char *issuer_state;        /**< issuer ST */
+    char *issuer_locality;     /**< issuer L */
+    char *issuer_org;          /**< issuer O */
+    char *issuer_org_unit;     /**< issuer OU */
+    char *issuer_common_name;  /**< issuer CN */
+    char *subject_country;     /**< subject C */
+    char *subject_state;       /**< subject ST */
+    char *subject_locality;    /**< subject L */
+    char *subject_org;         /**< subject O */
+    char *subject_org_unit;    /**< subject OU */
+    char *subject_common_name; /**< subject CN */
+} tesra_cert_data;
+
+/**
+ * tesra_get_cert_data hands out the particulars of one certificate of a chain.
+ *
+ * The text behind the wanted certificate is not looked at, unless `index` is -1.
+ *
+ * @param cert_chain  the chain
+ * @param cert_len    its length in bytes
+ * @param index       position of the certificate, from 0; -1 is the last one of a chain that ends
+ *                    cleanly
+ * @return a new record, released with tesra_free_cert_data; or null if `cert_chain` is null,
+ *         `cert_len` is 0, the chain has no certificate at `index`, the certificate or one before
+ *         it cannot be read, one of the twelve name attributes is present but empty or cannot be
+ *         converted to UTF-8, a time or the serial number cannot be converted, or memory is
+ *         exhausted
+ *
+ * Each name attribute that the certificate lacks is reported at level 2, though it is no failure.
+ *
+ * Thread-safety: safe.
+ */
+TESRA_API tesra_cert_data *tesra_get_cert_data(const char *cert_chain, uint32_t cert_len,
+                                               int index);
+
+/**
+ * tesra_free_cert_data releases a record from tesra_get_cert_data, with all its texts.
+ *
+ * @param data  the record, which must not be used again, nor any of its texts; null is reported as
+ *              an error and otherwise ignored
+ *
+ * Fields may be null. A caller that replaces a field allocates the new text with malloc(3), or with
+ * OPENSSL_malloc for `serial_number`, the one field that OpenSSL's allocator owns.
+ *
+ * Thread-safety: safe, for different records.
+ */
+TESRA_API void tesra_free_cert_data(tesra_cert_data *data);
+
+/*
+ * Base64 and hexadecimal
+ *
+ * Encoded texts end in a NUL that their lengths do not count. Texts to decode may have whitespace
+ * before and behind them (what isspace(3) says in the locale of the calling thread), which is
+ * passed over and reported as a warning; a text of whitespace alone is refused.
+ */
+
+/**
+ * tesra_base64_encode turns bytes into Base64 text: the standard alphabet, padded with "=", on one
+ * line without a line break.
+ *
+ * @param buffer      the bytes; not null
+ * @param buffer_len  how many, from 1 to 2^31 - 1; libcrypto's memory buffers end sooner, at a text
+ *                    of about 1.5 GiB
+ * @param out         where the new text goes: 4 * ((buffer_len + 2) / 3) characters and a NUL,
+ *                    released with free(3); not null
+ * @return 0; or -1 if `buffer` or `out` is null, `buffer_len` is out of range, or memory is
+ *         exhausted
+ *
+ * Thread-safety: safe.
+ */
+TESRA_API int tesra_base64_encode(const uint8_t *buffer, size_t buffer_len, char **out);
+
+/**
+ * tesra_base64_decode turns Base64 text into bytes.
+ *
+ * The text between the whitespace must be one unbroken run of the standard alphabet and "=", of a
+ * multiple of 4 characters and less than 2^31. Any run of "=" at its end is taken for padding, so
+ * that a text of little else gives no bytes at all; elsewhere "=" stands for six zero bits. Bits
+ * that padding leaves over are not looked at. Check the text first if that is too lenient.
+ *
+ * @param src      the text
+ * @param src_len  its length in bytes, whitespace included
+ * @param dst_len  where the number of decoded bytes goes, 0 or more
+ * @return a new block with the decoded bytes, released with free(3) even if they are none; or null
+ *         if an argument is null, `src_len` is 0, the text is not as above, or memory is exhausted
+ *
+ * The block has 3 bytes for every 4 characters: where the text is padded, it is longer than
+ * `*dst_len` tells. It has no terminating NUL.
+ *
+ * Thread-safety: safe.
+ */
+TESRA_API uint8_t *tesra_base64_decode(const char *src, uint32_t src_len, uint32_t *dst_len);
+
+/**
+ * tesra_hex_encode turns bytes into hexadecimal text: two upper-case digits for each byte and
+ * nothing between them.
+ *
+ * @param src      the bytes
+ * @param src_len  how many, from 1 to 2^31 - 1
+ * @param dst_len  where the length of the text, 2 * src_len, goes
+ * @return the new text, released with free(3); or null if an argument is null, `src_len` is out of
+ *         range, or memory is exhausted
+ *
+ * Thread-safety: safe.
+ */
+TESRA_API char *tesra_hex_encode(const uint8_t *src, uint32_t src_len, uint32_t *dst_len);
+
+/**
+ * tesra_hex_decode turns hexadecimal text into bytes.
+ *
+ * The text between the whitespace is taken in pairs of characters, each converted by sscanf(3) with
+ * "%2hhx". Digits may be upper or lower case, and more than two digits is accepted: whitespace or a
+ * sign in front of a digit ("-1" is FF), and anything behind one ("1G" is 01). Check the text first
+ * if that is too lenient.
+ *
+ * @param src      the text
+ * @param src_len  its length in bytes, whitespace included
+ * @param dst_len  where the number of decoded bytes goes
+ * @return a new block with the decoded bytes and a zero byte behind them that `*dst_len` does not
+ *         count, released with free(3); or null if an argument is null, `src_len` is 0, the text
+ *         has an odd length, a pair cannot be converted, or memory is exhausted
+ *
+ * Thread-safety: safe.
+ */
+TESRA_API uint8_t *tesra_hex_decode(const char *src, uint32_t src_len, uint32_t *dst_len);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
