@@ -1,0 +1,20 @@
+/* Turns three bytes into Base64 text and back. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <tesra_common.h>
+
+int main(void) {
+    const uint8_t bytes[] = {0x00, 0xFF, 0x7F};
+    char *text = NULL;
+    if (tesra_base64_encode(bytes, sizeof bytes, &text) != 0) {
+        return 1;
+    }
+    uint32_t length = 0;
+    uint8_t *decoded = tesra_base64_decode(text, 4, &length);
+    if (decoded != NULL) {
+        printf("%s: %u bytes\n", text, (unsigned)length); /* AP9/: 3 bytes */
+    }
+    free(text);
+    free(decoded);
+    return decoded != NULL ? 0 : 1;
+}

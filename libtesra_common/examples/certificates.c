@@ -1,0 +1,25 @@
+/* Prints whom the certificates of a chain are about, and until when they are valid. */
+#include <stdio.h>
+#include <tesra_common.h>
+
+int main(int argc, char **argv) {
+    static char chain[65536];
+    FILE *file = argc == 2 ? fopen(argv[1], "rb") : NULL;
+    if (file == NULL) {
+        return 2;
+    }
+    const uint32_t length = (uint32_t)fread(chain, 1, sizeof chain, file);
+    fclose(file);
+
+    const uint32_t count = tesra_get_cert_count(chain, length);
+    for (uint32_t index = 0; index < count; ++index) {
+        tesra_cert_data *data = tesra_get_cert_data(chain, length, (int)index);
+        if (data == NULL) {
+            return 1;
+        }
+        /* A name may hold control characters: a terminal should get it escaped. */
+        printf("%s: %s\n", data->subject_common_name, data->not_after);
+        tesra_free_cert_data(data);
+    }
+    return count > 0 ? 0 : 1;
+}
