@@ -9,70 +9,102 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <vector>
 
-bool watch_releases = false;
+uintptr_t last_pointer = 0;
 timeval fixed_time = {};
-const void *last_pointer = nullptr;
+allocation_state allocations = {};
 
 namespace {
 
-struct event {
-    std::string shown; // empty for a line of the trace file
-    std::string text;  // as the sink got it
-    bool is_error = false;
-};
-std::vector<event> events;
+std::string log;         // what reported() returns
+std::string trace;       // what traced() returns
+std::string trace_line;  // written, but not yet closed
+std::string half_report; // an error that has yet to reach the trace file
 
-char *serial_text = nullptr; // the last that BN_bn2dec made
 struct {
-    char function[40]; // empty for none
+    const char *function; // null for none
     int nth;
     int result;
     int calls;
 } fault;
 
-// malloc and calloc are called before a sanitizer's runtime is ready for instrumented code.
-#define UNINSTRUMENTED __attribute__((no_sanitize("address", "thread")))
-
-// True if the call that returns to `caller` comes from the library and is to fail.
-UNINSTRUMENTED bool fails(const char *function, const void *caller) {
-    Dl_info module = {};
-    return fault.function[0] != 0 && strcmp(fault.function, function) == 0 &&
-           dladdr(caller, &module) != 0 && strstr(module.dli_fname, "libtesra_common") != nullptr &&
-           (++fault.calls == fault.nth || fault.nth == 0);
-}
-
-// The text of a format, with each conversion in front of what it gives.
-std::string rendered(const char *format, va_list args) {
-    std::string shown;
-    while (*format != '\0') {
-        if (*format != '%') {
-            shown += *format++;
-            continue;
-        }
-        const size_t length = strcspn(format, "dspx") + 1;
-        const std::string conversion(format, length);
-        format += length;
-        shown += conversion + '=';
-        if (conversion == "%s") {
-            shown += va_arg(args, const char *);
-        } else if (conversion == "%d") {
-            shown += std::to_string(va_arg(args, int));
-        } else {
-            last_pointer = va_arg(args, const void *); // as wide as the size_t of %zx
-            shown += last_pointer == nullptr ? "0" : "PTR";
-        }
+// While one lives, allocations are the harness's own.
+struct own_work {
+    bool was_counting = count_allocations(false);
+    ~own_work() {
+        count_allocations(was_counting);
     }
-    return shown;
+};
+
+// malloc and calloc are called before a sanitizer's runtime is ready for instrumented code.
+#define UNINSTRUMENTED __attribute__((no_sanitize("address", "thread", "undefined")))
+
+UNINSTRUMENTED bool in_library(const void *caller) {
+    Dl_info module = {};
+    return dladdr(caller, &module) != 0 && strstr(module.dli_fname, "libtesra_common") != nullptr;
 }
 
-// The length of the file and line in front of a report.
-size_t position_length(const std::string &text) {
-    int length = 0;
-    sscanf(text.c_str(), "tesra_%*[a-z_].cpp:%*u:%n", &length);
-    EXPECT_GT(length, 0) << text;
-    return static_cast<size_t>(length);
+// True if the call that returns to `caller` is to fail.
+UNINSTRUMENTED bool fails(const char *function, const void *caller) {
+    return fault.function != nullptr && strcmp(fault.function, function) == 0 &&
+           in_library(caller) && ++fault.calls == fault.nth;
+}
+
+UNINSTRUMENTED bool no_memory(const char *function, const void *caller) {
+    const bool refused = allocations.counting &&
+                         ++allocations.reached >= allocations.first_failing &&
+                         allocations.reached <= allocations.last_failing;
+    errno = refused ? ENOMEM : errno;
+    return refused || fails(function, caller);
+}
+
+// libcrypto's blocks lie 16 bytes into the C library's, so neither releases the other's unnoticed.
+void *shifted(void *made) {
+    return made == nullptr ? nullptr : static_cast<char *>(made) + 16;
+}
+
+const int libcrypto_allocates_shifted = CRYPTO_set_mem_functions(
+    [](size_t size, const char *, int) { return shifted(malloc(size + 16)); },
+    [](void *old, size_t size, const char *, int) {
+        return shifted(
+            realloc(old == nullptr ? nullptr : static_cast<char *>(old) - 16, size + 16));
+    },
+    [](void *old, const char *, int) {
+        free(old == nullptr ? nullptr : static_cast<char *>(old) - 16);
+    });
+
+UNINSTRUMENTED void *block(void *made) {
+    allocations.live += allocations.counting && made != nullptr ? 1 : 0;
+    return made;
+}
+
+void add(const std::string &event) {
+    EXPECT_EQ(half_report, "") << "did not reach the trace file";
+    log += (log.empty() ? "" : " | ") + event;
+}
+
+// The text without the library's position in front and the line break at its end.
+std::string message(std::string text) {
+    int position = 0;
+    sscanf(text.c_str(), "tesra_%*[a-z_].cpp:%*u:%n", &position);
+    text.erase(0, static_cast<size_t>(position));
+    return text.ends_with('\n') ? text.substr(0, text.size() - 1) : text + "<no line break>";
+}
+
+void end_trace_line() {
+    int level = 0;
+    int process = 0;
+    int header = 0;
+    sscanf(trace_line.c_str(), "%*19[0-9T:-].%*6[0-9] L%d [%d] %n", &level, &process, &header);
+    EXPECT_EQ(process, getpid()) << trace_line;
+    const std::string text = trace_line.substr(static_cast<size_t>(header));
+    trace += std::exchange(trace_line, "");
+    if (half_report.empty()) {
+        add("trace " + std::to_string(level) + ' ' + message(text));
+        return;
+    }
+    EXPECT_EQ(level, 2);
+    EXPECT_EQ(text, std::exchange(half_report, "").substr(0, 511 - static_cast<size_t>(header)));
 }
 
 } // namespace
@@ -84,23 +116,56 @@ size_t position_length(const std::string &text) {
         static const auto next = NEXT(name);                                                       \
         return fails(#name, CALLER) ? failure : next(__VA_ARGS__);                                 \
     }
+#define RELEASES(name, type)                                                                       \
+    void name(type *released) {                                                                    \
+        static const auto next = NEXT(name);                                                       \
+        if (in_library(CALLER)) {                                                                  \
+            const own_work now;                                                                    \
+            add(#name);                                                                            \
+        }                                                                                          \
+        next(released);                                                                            \
+    }
+#define PRINTS(parameters, call)                                                                   \
+    parameters noexcept {                                                                          \
+        va_list args;                                                                              \
+        va_start(args, format);                                                                    \
+        const int length = call;                                                                   \
+        va_end(args);                                                                              \
+        return fails("snprintf", CALLER) ? fault.result : length;                                  \
+    }
 
 extern "C" {
 
 // The allocators are needed before dlsym works.
 void *__libc_malloc(size_t size);
 void *__libc_calloc(size_t count, size_t size);
+void *__libc_realloc(void *old, size_t size);
+void __libc_free(void *old);
 [[gnu::weak]] void *__interceptor_malloc(size_t size);
 [[gnu::weak]] void *__interceptor_calloc(size_t count, size_t size);
+[[gnu::weak]] void *__interceptor_realloc(void *old, size_t size);
+[[gnu::weak]] void __interceptor_free(void *old);
+#define REAL(name) (__interceptor_##name != nullptr ? __interceptor_##name : __libc_##name)
 
 UNINSTRUMENTED void *malloc(size_t size) noexcept {
-    const auto next = __interceptor_malloc != nullptr ? __interceptor_malloc : __libc_malloc;
-    return fails("malloc", CALLER) ? nullptr : next(size);
+    return no_memory("malloc", CALLER) ? nullptr : block(REAL(malloc)(size));
 }
 
 UNINSTRUMENTED void *calloc(size_t count, size_t size) noexcept {
-    const auto next = __interceptor_calloc != nullptr ? __interceptor_calloc : __libc_calloc;
-    return fails("calloc", CALLER) ? nullptr : next(count, size);
+    return no_memory("calloc", CALLER) ? nullptr : block(REAL(calloc)(count, size));
+}
+
+UNINSTRUMENTED void *realloc(void *old, size_t size) noexcept {
+    if (no_memory("realloc", CALLER)) {
+        return nullptr;
+    }
+    void *made = REAL(realloc)(old, size);
+    return old == nullptr ? block(made) : made;
+}
+
+UNINSTRUMENTED void free(void *old) noexcept {
+    allocations.live -= allocations.counting && old != nullptr ? 1 : 0;
+    REAL(free)(old);
 }
 
 MAY_FAIL(BIO *, BIO_new, nullptr, (const BIO_METHOD *a), a)
@@ -111,6 +176,7 @@ MAY_FAIL(int, EVP_DecodeBlock, fault.result, (unsigned char *a, const unsigned c
          b, c)
 MAY_FAIL(ASN1_INTEGER *, X509_get_serialNumber, nullptr, (X509 * a), a)
 MAY_FAIL(BIGNUM *, ASN1_INTEGER_to_BN, nullptr, (const ASN1_INTEGER *a, BIGNUM *b), a, b)
+MAY_FAIL(char *, BN_bn2dec, nullptr, (const BIGNUM *a), a)
 MAY_FAIL(const ASN1_TIME *, X509_get0_notBefore, nullptr, (const X509 *a), a)
 MAY_FAIL(const ASN1_TIME *, X509_get0_notAfter, nullptr, (const X509 *a), a)
 MAY_FAIL(int, ASN1_TIME_print, fault.result, (BIO * a, const ASN1_TIME *b), a, b)
@@ -119,39 +185,19 @@ MAY_FAIL(X509_NAME *, X509_get_subject_name, nullptr, (const X509 *a), a)
 MAY_FAIL(X509_NAME_ENTRY *, X509_NAME_get_entry, nullptr, (const X509_NAME *a, int b), a, b)
 MAY_FAIL(ASN1_STRING *, X509_NAME_ENTRY_get_data, nullptr, (const X509_NAME_ENTRY *a), a)
 MAY_FAIL(int, ASN1_STRING_to_UTF8, fault.result, (unsigned char **a, const ASN1_STRING *b), a, b)
+RELEASES(X509_free, X509)
+RELEASES(BIO_free_all, BIO)
+int PRINTS(snprintf(char *text, size_t size, const char *format, ...),
+           vsnprintf(text, size, format, args))
+    // What a fortified build calls instead.
+    int PRINTS(__snprintf_chk(char *text, size_t size, int flag, size_t room, const char *format,
+                              ...),
+               __builtin___vsnprintf_chk(text, size, flag, room, format, args))
 
-X509 *PEM_read_bio_X509(BIO *bio, X509 **cert, pem_password_cb *callback, void *data) {
+        X509 *PEM_read_bio_X509(BIO *bio, X509 **cert, pem_password_cb *callback, void *data) {
     static const auto next = NEXT(PEM_read_bio_X509);
     EXPECT_TRUE(cert == nullptr && callback == nullptr && data == nullptr);
     return fails("PEM_read_bio_X509", CALLER) ? nullptr : next(bio, cert, callback, data);
-}
-
-#define NOTED(name, type)                                                                          \
-    void name(type *object) {                                                                      \
-        static const auto next = NEXT(name);                                                       \
-        if (watch_releases) {                                                                      \
-            events.push_back({#name, ""});                                                         \
-        }                                                                                          \
-        next(object);                                                                              \
-    }
-NOTED(X509_free, X509)
-NOTED(BIO_free_all, BIO)
-
-char *BN_bn2dec(const BIGNUM *number) {
-    static const auto next = NEXT(BN_bn2dec);
-    serial_text = fails("BN_bn2dec", CALLER) ? nullptr : next(number);
-    return serial_text;
-}
-
-void CRYPTO_free(void *block, const char *file, int line) {
-    static const auto next = NEXT(CRYPTO_free);
-    if (block != nullptr && block == serial_text) {
-        serial_text = nullptr;
-        if (watch_releases) {
-            events.push_back({"OPENSSL_free", ""});
-        }
-    }
-    next(block, file, line);
 }
 
 FILE *fopen(const char *path, const char *mode) {
@@ -161,38 +207,25 @@ FILE *fopen(const char *path, const char *mode) {
     }
     EXPECT_STREQ(mode, "a+");
     if (fails("fopen", CALLER)) {
+        half_report.clear();
         errno = EACCES;
         return nullptr;
     }
-    // The line counts as written when the file is closed.
-    const auto write = [](void *line, const char *bytes, size_t size) {
-        static_cast<std::string *>(line)->append(bytes, size);
+    const auto write = [](void *, const char *bytes, size_t size) {
+        const own_work now;
+        trace_line.append(bytes, size);
         return static_cast<ssize_t>(size);
     };
-    const auto close = [](void *line) {
-        const std::unique_ptr<std::string> text(static_cast<std::string *>(line));
-        events.push_back({"", *text});
+    // Only now is the line sure to be written. A sweep of allocations loses some.
+    const auto close = [](void *) {
+        const own_work now;
+        if (allocations.first_failing == 0) {
+            end_trace_line();
+        }
+        trace_line.clear();
         return 0;
     };
-    return fopencookie(new std::string, mode, {nullptr, write, nullptr, close});
-}
-
-int snprintf(char *text, size_t size, const char *format, ...) noexcept {
-    va_list args;
-    va_start(args, format);
-    const int length = vsnprintf(text, size, format, args);
-    va_end(args);
-    return fails("snprintf", CALLER) ? fault.result : length;
-}
-
-// What a fortified build calls instead.
-int __snprintf_chk(char *text, size_t size, int flag, size_t room, const char *format,
-                   ...) noexcept {
-    va_list args;
-    va_start(args, format);
-    const int length = __builtin___vsnprintf_chk(text, size, flag, room, format, args);
-    va_end(args);
-    return fails("snprintf", CALLER) ? fault.result : length;
+    return fopencookie(nullptr, mode, {nullptr, write, nullptr, close});
 }
 
 int gettimeofday(timeval *now, void *zone) noexcept {
@@ -204,86 +237,63 @@ int gettimeofday(timeval *now, void *zone) noexcept {
 
 // Destroys its argument, as POSIX allows: a path that is used twice, or a literal, shows.
 char *__xpg_basename(char *path) noexcept {
-    static thread_local char base[256];
+    static char base[256];
     const char *slash = strrchr(path, '/');
-    snprintf(base, sizeof base, "%s", slash == nullptr ? path : slash + 1);
+    stpncpy(base, slash == nullptr ? path : slash + 1, sizeof base - 1);
     memset(path, 'X', strlen(path));
     return base;
 }
 
 int platform_log_write(int level, int component, const char *format, ...) {
+    const own_work now;
     EXPECT_EQ(component, 292);
     EXPECT_EQ(strncmp(format, "%s:%u:", 6), 0) << format;
-    char text[100000];
+    char buffer[100000];
     va_list args;
-    va_list again;
     va_start(args, format);
-    va_copy(again, args);
-    vsnprintf(text, sizeof text, format, args);
-    va_arg(again, const char *);
-    va_arg(again, unsigned);
-    const bool fixed = strcmp(format + 6, "%s\n") == 0;
-    std::string shown =
-        fixed ? va_arg(again, const char *) + std::string("\n") : rendered(format + 6, again);
-    va_end(again);
+    vsnprintf(buffer, sizeof buffer, format, args);
     va_end(args);
-    EXPECT_EQ(shown.back(), '\n') << format;
-    shown.pop_back();
-    events.push_back({std::to_string(level) + ' ' + shown, text, level == 2});
+    std::string text = message(buffer);
+    const size_t pointer = text.find("0x");
+    if (pointer != std::string::npos) {
+        char *end = nullptr;
+        last_pointer = strtoull(&text[pointer], &end, 16);
+        text.replace(pointer, static_cast<size_t>(end - &text[pointer]),
+                     last_pointer == 0 ? "0x0" : "PTR");
+    }
+    std::string conversions;
+    const char *at = strcmp(format + 6, "%s\n") == 0 ? nullptr : strchr(format + 6, '%');
+    for (; at != nullptr; at = strchr(at + 1, '%')) {
+        conversions.append(at, strcspn(at, "dspx") + 1);
+    }
+    add(std::to_string(level) + ' ' + conversions + (conversions.empty() ? "" : " ") + text);
+    half_report = level == 2 && allocations.first_failing == 0 ? buffer : "";
     return -1; // refused, which the library does not care about
 }
 
 } // extern "C"
 
+bool count_allocations(bool counting) {
+    return std::exchange(allocations.counting, counting);
+}
+
 std::string reported() {
-    std::string all;
-    std::string open_error; // an error that has yet to reach the trace file
-    for (const event &seen : std::exchange(events, {})) {
-        std::string shown = seen.shown;
-        if (shown.empty()) {
-            int level = 0;
-            int process = 0;
-            int end = 0;
-            sscanf(seen.text.c_str(), "%*19[0-9T:-].%*6[0-9] L%d [%d] %n", &level, &process, &end);
-            EXPECT_EQ(process, getpid()) << seen.text;
-            const std::string text = seen.text.substr(static_cast<size_t>(end));
-            if (!open_error.empty()) {
-                EXPECT_EQ(level, 2);
-                EXPECT_EQ(text, open_error.substr(0, 511 - static_cast<size_t>(end)));
-                open_error.clear();
-                continue;
-            }
-            shown = "trace " + std::to_string(level) + ' ' + text.substr(position_length(text));
-            EXPECT_EQ(shown.back(), '\n');
-            shown.pop_back();
-        } else if (!seen.text.empty()) {
-            position_length(seen.text);
-        }
-        EXPECT_EQ(open_error, "") << "did not reach the trace file";
-        open_error = seen.is_error ? seen.text : "";
-        all += (all.empty() ? "" : " | ") + shown;
-    }
-    EXPECT_EQ(open_error, "") << "did not reach the trace file";
-    return all;
+    EXPECT_EQ(half_report, "") << "did not reach the trace file";
+    trace.clear();
+    return std::exchange(log, "");
 }
 
 std::string traced() {
-    std::string text;
-    for (const event &seen : std::exchange(events, {})) {
-        text += seen.shown.empty() ? seen.text : "";
-    }
-    return text;
+    log.clear();
+    return std::exchange(trace, "");
 }
 
-failing::failing(const std::string &function, int nth, int result) {
-    fault = {{}, nth, result, 0};
-    function.copy(fault.function, sizeof fault.function - 1);
+failing::failing(std::string function, int nth, int result) : name(std::move(function)) {
+    fault = {name.empty() ? nullptr : name.c_str(), nth, result, 0};
 }
 
 failing::~failing() {
-    if (fault.function[0] != 0) {
-        EXPECT_GE(fault.calls, std::max(fault.nth, 1)) << fault.function << " was not reached";
-    }
+    EXPECT_TRUE(name.empty() || fault.calls >= fault.nth) << name << " was not reached";
     fault = {};
 }
 

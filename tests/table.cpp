@@ -2,67 +2,50 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fstream>
-#include <map>
-#include <sstream>
+#include <nlohmann/json.hpp>
 
-columns split(const std::string &line, char separator) {
-    columns parts;
-    std::istringstream in(line);
-    for (std::string part; std::getline(in, part, separator);) {
-        part.erase(part.find_last_not_of(' ') + 1);
-        parts.push_back(part.substr(std::min(part.find_first_not_of(' '), part.size())));
-    }
-    return parts;
-}
+namespace {
 
-std::string unescaped(const std::string &text) {
-    static const std::map<char, char> escapes = {{'s', ' '},  {'n', '\n'}, {'r', '\r'},
-                                                 {'t', '\t'}, {'v', '\v'}, {'f', '\f'}};
-    std::string bytes;
-    for (size_t at = 0; at < text.size(); ++at) {
-        if (text[at] != '\\') {
-            bytes += text[at];
-        } else if (text[++at] == 'x') {
-            bytes += static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16));
-            at += 2;
-        } else {
-            const auto escape = escapes.find(text[at]);
-            bytes += escape == escapes.end() ? text[at] : escape->second;
+std::string expanded(std::string text, const std::map<std::string, std::string> &names) {
+    // From the last name to the first: what another name begins with comes after that name.
+    for (auto name = names.rbegin(); name != names.rend(); ++name) {
+        size_t at = 0;
+        while ((at = text.find(name->first, at)) != std::string::npos) {
+            text.replace(at, name->first.size(), name->second);
+            at += name->second.size();
         }
     }
-    return bytes;
+    return text;
 }
 
-void run_table(const std::string &file, size_t width,
+} // namespace
+
+void run_table(const std::string &file, std::map<std::string, std::string> names,
                const std::function<void(const columns &)> &run) {
     std::ifstream in(TESRA_CASES "/" + file);
-    std::map<std::string, std::string> names;
-    int rows = 0;
-    int number = 0;
-    for (std::string line; std::getline(in, line);) {
-        ++number;
-        if (line.empty() || line[0] == '#') {
-            continue;
-        }
-        const size_t equals = line[0] == '$' ? line.find('=') : 0;
-        for (size_t at = equals; (at = line.find('$', at)) != std::string::npos; ++at) {
-            const size_t end = std::min(line.find_first_of(" =|$", at + 1), line.size());
-            const auto name = names.find(line.substr(at, end - at));
-            if (name != names.end()) {
-                line.replace(at, end - at, name->second);
+    for (const auto &row : nlohmann::json::parse(in, nullptr, true, true)) {
+        if (row.is_object()) {
+            for (const auto &[name, text] : row.items()) {
+                names[name] = expanded(text, names);
             }
-        }
-        if (equals > 0) {
-            names[split(line, ' ').front()] = line.substr(line.find_first_not_of(' ', equals + 1));
             continue;
         }
-        SCOPED_TRACE(file + ":" + std::to_string(number));
-        const columns row = split(line + ';', ';');
-        ASSERT_EQ(row.size(), width);
-        run(row);
-        ++rows;
+        SCOPED_TRACE(row.dump());
+        columns cells;
+        for (const std::string cell : row) {
+            cells.push_back(expanded(cell, names));
+        }
+        run(cells);
     }
-    ASSERT_GT(rows, 0) << file;
+}
+
+std::string bytes_of(const std::string &text) {
+    std::string bytes;
+    for (size_t at = 0; at < text.size(); ++at) {
+        const bool is_pair = (text[at] & 0xC0) == 0xC0;
+        bytes += is_pair ? static_cast<char>(text[at] << 6 | (text[at + 1] & 0x3F)) : text[at];
+        at += is_pair ? 1 : 0;
+    }
+    return bytes;
 }
