@@ -14,7 +14,7 @@ namespace {
 
 struct test_case {
     std::string function;
-    std::string input;    // each character a byte; "null" is a null pointer
+    std::string input; // each character a byte; "null" is a null pointer, "null0" one of length 0
     std::string argument; // index; flags and label; length, if not the input's; "null", if the
                           // out-parameter is
     std::string fault;    // function that fails:nth call:its result
@@ -106,9 +106,9 @@ std::string handed_back(const test_case &row) {
     const auto &[function, input, argument, fault, result, reports] = row;
     const std::string content = bytes_of(input);
     const auto place = guarded(content);
-    const char *text = input == "null" ? nullptr : place.get();
+    const char *text = input.starts_with("null") ? nullptr : place.get();
     const auto *bytes = reinterpret_cast<const uint8_t *>(text);
-    const auto size = static_cast<uint32_t>(content.size());
+    const auto size = static_cast<uint32_t>(input == "null0" ? 0 : content.size());
     if (function == "get") {
         return get(text, size, std::stoi(argument));
     }
@@ -140,24 +140,11 @@ std::string handed_back(const test_case &row) {
                               : convert(tesra_hex_decode, text, length32, has_out, true);
 }
 
-TEST(cases, hand_back_and_report_what_the_tables_say) {
-    reported();
-    run_cases([](const test_case &row) {
-        char function[32] = "";
-        int nth = 1;
-        int result = -1;
-        sscanf(row.fault.c_str(), "%31[^:]:%d:%d", function, &nth, &result);
-        const failing call(function, nth, result);
-        EXPECT_EQ(handed_back(row), bytes_of(row.result));
-        EXPECT_EQ(reported(), row.reports);
-    });
-}
-
 struct outcome {
     std::string result;
-    std::string reports; // to the platform log
-    long points;         // allocations asked for
-    long left_behind;    // blocks
+    std::string reports;
+    long points;      // allocations asked for
+    long left_behind; // blocks
 };
 
 outcome attempt(const test_case &row, long first_failing, long last_failing) {
@@ -174,6 +161,24 @@ outcome attempt(const test_case &row, long first_failing, long last_failing) {
     seen.reports = reported();
     allocations = {};
     return seen;
+}
+
+TEST(cases, hand_back_and_report_what_the_tables_say) {
+    reported();
+    run_cases([](const test_case &row) {
+        char function[32] = "";
+        int nth = 1;
+        int result = -1;
+        sscanf(row.fault.c_str(), "%31[^:]:%d:%d", function, &nth, &result);
+        // Twice, since libcrypto keeps some of what it allocates the first time.
+        for (const bool again : {false, true}) {
+            const failing call(function, nth, result);
+            const outcome seen = attempt(row, 0, 0);
+            EXPECT_EQ(seen.result, bytes_of(row.result));
+            EXPECT_EQ(seen.reports, row.reports);
+            EXPECT_TRUE(!again || seen.left_behind == 0) << seen.left_behind;
+        }
+    });
 }
 
 // Fails each allocation in turn, alone or with all later ones; returns how many blocks that left
@@ -204,19 +209,14 @@ TEST(allocations, fail_cleanly_one_by_one) {
         if (!row.fault.empty() || testing::Test::HasFailure()) {
             return;
         }
-        for (int primed = 0; primed < 3; ++primed) {
-            attempt(row, LONG_MAX, LONG_MAX);
-        }
+        attempt(row, LONG_MAX, LONG_MAX);
         const outcome undisturbed = attempt(row, LONG_MAX, LONG_MAX);
-        EXPECT_EQ(undisturbed.left_behind, 0);
         for (const bool and_later : {false, true}) {
             // On its way around a failure libcrypto may fill a cache that it does not fill
             // otherwise. That happens once, while a leak happens every time.
-            long left_behind = 1;
-            for (int pass = 0; pass < 5 && left_behind != 0; ++pass) {
-                left_behind = sweep(row, undisturbed, and_later);
+            if (sweep(row, undisturbed, and_later) != 0) {
+                EXPECT_EQ(sweep(row, undisturbed, and_later), 0);
             }
-            EXPECT_EQ(left_behind, 0);
             tried[row.function] += undisturbed.points;
         }
     });

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 namespace {
 
 using record_ptr =
@@ -64,10 +66,11 @@ TEST(fields, are_texts_of_any_kind_and_length) {
         }
         const record_ptr data = get_data(make_certificate(ingredients), 0);
         ASSERT_NE(data, nullptr);
-        EXPECT_STREQ(row[0] == "time"     ? data->not_before
-                     : row[0] == "serial" ? data->serial_number
-                                          : data->subject_org,
-                     row[2].c_str());
+        const char *text = row[0] == "time"     ? data->not_before
+                           : row[0] == "serial" ? data->serial_number
+                                                : data->subject_org;
+        ASSERT_STREQ(text, row[2].c_str());
+        EXPECT_EQ(memcmp(text, row[2].data(), row[2].size() + 1), 0) << "behind a NUL";
     });
 }
 

@@ -43,6 +43,7 @@ TEST(base64_decode, refuses_a_length_that_no_int_holds) {
         mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(text, MAP_FAILED);
     uint32_t told = 4711;
+    reported();
     EXPECT_EQ(tesra_base64_decode(static_cast<char *>(text), uint32_t{length}, &told), nullptr);
     EXPECT_EQ(told, 4711U);
     EXPECT_EQ(reported(), "11 %s Entry [tesra_base64_decode] | "

@@ -31,6 +31,7 @@ TEST(trace, lines_are_what_the_table_says) {
 }
 
 TEST(trace, line_is_lost_without_notice_if_the_file_cannot_be_opened) {
+    traced();
     {
         const failing unwritable("fopen");
         errno = EPERM;
@@ -44,6 +45,7 @@ TEST(trace, line_is_lost_without_notice_if_the_file_cannot_be_opened) {
 
 TEST(dump, shows_five_digits_from_index_65536_on) {
     const std::string bytes(65537, '\xAB');
+    reported();
     tesra_dump(TESRA_DUMP_LOG, "x", reinterpret_cast<const uint8_t *>(bytes.data()), 65537);
     const std::string lines = reported();
     EXPECT_EQ(lines.find("4 x FFF0: "), lines.size() - strlen("4 x FFF0:  | 4 x 10000: AB ") - 48);

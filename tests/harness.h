@@ -14,7 +14,7 @@
 // What was reported since the last call, joined by " | ": of each report the level, the conversions
 // of its format and its text ("2 %d Invalid cert at index 3"). A text that is the argument of
 // "%s\n" shows no conversion, a pointer shows as PTR, and the line break that ends every report not
-// at all. The library's releases through libcrypto stand between the reports by their names.
+// at all. X509_free and BIO_free_all stand between the reports by their names.
 //
 // Each error must have reached both sinks, the platform log first, with the same text, file and
 // line; everything else the platform log alone. A line that went to the trace file alone has

@@ -144,7 +144,9 @@ TEST(reports, reach_the_platform_log_without_a_system_call) {
     if (fork() == 0) {
         reports = 0;
         uint32_t told = 0;
-        prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT);
+        if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT) != 0) {
+            _exit(99);
+        }
         free(tesra_hex_decode(" 41", 3, &told));
         tesra_dump(TESRA_DUMP_LOG, "label", chain_bytes, 32);
         tesra_dump(TESRA_DUMP_LOG, "label", chain_bytes, 0);

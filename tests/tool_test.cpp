@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -10,7 +11,9 @@
 namespace {
 
 TEST(tool, prints_what_the_table_says) {
-    const std::string evil = testing::TempDir() + "tesra_evil.pem";
+    std::string evil = "/tmp/tesra_evil_XXXXXX";
+    close(mkstemp(evil.data()));
+    unsetenv("PLATFORM_LOG_STDERR");
     std::ofstream(evil) << make_certificate(
         {.subject = {{NID_commonName, "a\x1B[31m\\\n\xC2\x9B\xE2\x80\xAE\xC3\xBCz"}}});
     run_table("tool.json", {}, [&](const columns &row) {
