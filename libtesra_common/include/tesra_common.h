@@ -165,6 +165,9 @@ typedef struct tesra_cert_data {
  *
  * The text behind the wanted certificate is not looked at, unless `index` is -1.
  *
+ * Writing a serial number in decimal takes time that grows with the square of its length, and a
+ * certificate may hold one of any length. Bound `cert_len` where chains come from strangers.
+ *
  * @param cert_chain  the chain
  * @param cert_len    its length in bytes
  * @param index       position of the certificate, from 0; -1 is the last one of a chain that ends
