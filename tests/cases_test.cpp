@@ -72,23 +72,21 @@ void dump(const std::string &argument, const uint8_t *bytes, uint32_t length) {
     }
 }
 
-std::string encode_base64(const uint8_t *bytes, size_t length, bool has_out) {
+// tesra_base64_encode in the shape of the other codecs.
+char *encode_base64(const uint8_t *bytes, size_t length, uint32_t *text_length) {
     char untouched = 0;
     char *text = &untouched;
-    const int status =
-        counted([&] { return tesra_base64_encode(bytes, length, has_out ? &text : nullptr); });
+    const int status = tesra_base64_encode(bytes, length, text_length == nullptr ? nullptr : &text);
     EXPECT_EQ(status, text == &untouched ? -1 : 0);
     if (status != 0) {
-        return "-1";
+        return nullptr;
     }
-    const std::string result = text;
-    counted([&] { free(text); });
-    return result;
+    *text_length = static_cast<uint32_t>(strlen(text));
+    return text;
 }
 
-// For the three other codecs.
-template <class coder, class input>
-std::string convert(coder code, const input *in, uint32_t length, bool has_out, bool terminated) {
+template <class coder, class input, class size>
+std::string convert(coder code, const input *in, size length, bool has_out, bool terminated) {
     uint32_t told = 4711;
     auto *out = counted([&] { return code(in, length, has_out ? &told : nullptr); });
     EXPECT_EQ(told == 4711, out == nullptr);
@@ -131,7 +129,7 @@ std::string handed_back(const test_case &row) {
         return std::to_string(counted([&] { return tesra_get_cert_count(text, length32); }));
     }
     if (function == "b64e") {
-        return encode_base64(bytes, length, has_out);
+        return convert(encode_base64, bytes, length, has_out, true);
     }
     if (function == "hexe") {
         return convert(tesra_hex_encode, bytes, length32, has_out, true);
@@ -192,7 +190,7 @@ long sweep(const test_case &row, const outcome &undisturbed, bool and_later) {
         if (seen.result == undisturbed.result && seen.reports == undisturbed.reports) {
             continue;
         }
-        EXPECT_TRUE(seen.result == "null" || seen.result == "-1" || seen.result == "0");
+        EXPECT_TRUE(seen.result == "null" || seen.result == "0");
         const size_t error = seen.reports.rfind("| 2 ");
         EXPECT_NE(error, std::string::npos) << seen.reports;
         for (const char *other : {"| 3 ", "| 4 ", "| 11 "}) {

@@ -10,7 +10,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <fstream>
-#include <map>
+#include <set>
 
 uintptr_t last_pointer = 0;
 timeval fixed_time = {};
@@ -97,14 +97,13 @@ bool reports_from(const std::string &file, int line) {
 
 // The text without the library's position in front and the line break at its end.
 std::string message(std::string text) {
-    static std::map<std::string, bool> known; // positions in the library that were seen to report
+    static std::set<std::string> known; // positions in the library
     char file[32] = "";
     int line = 0;
     int length = 0;
     sscanf(text.c_str(), "%31[^:]:%d:%n", file, &line, &length);
     if (strncmp(file, "tesra_", 6) == 0) {
-        const auto [position, is_new] =
-            known.insert({text.substr(0, static_cast<size_t>(length)), true});
+        const bool is_new = known.insert(text.substr(0, static_cast<size_t>(length))).second;
         EXPECT_TRUE(!is_new || reports_from(file, line)) << text;
         text.erase(0, static_cast<size_t>(length));
     }
