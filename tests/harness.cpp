@@ -251,12 +251,10 @@ FILE *fopen(const char *path, const char *mode) {
 const unsigned short **__ctype_b_loc() noexcept {
     static const auto next = NEXT(__ctype_b_loc);
     static unsigned short classes[384];
-    static const unsigned short *const middle = classes + 128;
-    static const unsigned short *current;
+    static const unsigned short *middle = classes + 128;
     std::copy(*next() - 128, *next() + 256, classes);
     classes[128 + 0xA0] = classes[128 + ' '];
-    current = middle;
-    return in_library(CALLER) ? &current : next();
+    return in_library(CALLER) ? &middle : next();
 }
 
 int gettimeofday(timeval *now, void *zone) noexcept {
