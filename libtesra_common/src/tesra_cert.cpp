@@ -192,22 +192,24 @@ bool tesra_get_validity_range(const X509 *cert, tesra_cert_data *data) {
         TESRA_LOG_ERROR("%s\n", "Failed to get not_before time from cert");
         return false;
     }
-    char *text = nullptr;
-    if (!tesra_asn1_time_to_str(not_before, &text)) {
+    char *start_text = nullptr;
+    if (!tesra_asn1_time_to_str(not_before, &start_text)) {
         TESRA_LOG_ERROR("%s\n", "Failed to convert not_before time");
         return false;
     }
-    tesra_text_ptr start(text);
+    tesra_text_ptr start(start_text);
     const ASN1_TIME *not_after = X509_get0_notAfter(cert);
     if (not_after == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Failed to get not_after time from cert");
         return false;
     }
-    if (!tesra_asn1_time_to_str(not_after, &data->not_after)) {
+    char *end_text = nullptr;
+    if (!tesra_asn1_time_to_str(not_after, &end_text)) {
         TESRA_LOG_ERROR("%s\n", "Failed to convert not_after time");
         return false;
     }
     data->not_before = start.release();
+    data->not_after = end_text;
     return true;
 }
 
