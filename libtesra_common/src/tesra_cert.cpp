@@ -213,17 +213,30 @@ bool tesra_get_validity_range(const X509 *cert, tesra_cert_data *data) {
     return true;
 }
 
+// A name attribute, the field that its text goes to, and what to report if there is no text.
+struct tesra_name_row {
+    int nid;
+    char **field;
+    const char *failure;
+};
+
+// Returns what to report of the first row that fails, or null.
+const char *tesra_fill_name_fields(const X509_NAME *name, const tesra_name_row (&rows)[6]) {
+    for (const tesra_name_row &row : rows) {
+        if (!tesra_get_name_entry(name, row.nid, row.field)) {
+            return row.failure;
+        }
+    }
+    return nullptr;
+}
+
 bool tesra_get_issuer_details(const X509 *cert, tesra_cert_data *data) {
     const X509_NAME *name = X509_get_issuer_name(cert);
     if (name == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Failed to get issuer name");
         return false;
     }
-    const struct {
-        int nid;
-        char **field;
-        const char *failure;
-    } attributes[] = {
+    const tesra_name_row rows[] = {
         {NID_countryName, &data->issuer_country, "Failed to get issuer country name"},
         {NID_stateOrProvinceName, &data->issuer_state, "Failed to get issuer state name"},
         {NID_localityName, &data->issuer_locality, "Failed to get issuer locality name"},
@@ -231,11 +244,10 @@ bool tesra_get_issuer_details(const X509 *cert, tesra_cert_data *data) {
         {NID_organizationalUnitName, &data->issuer_org_unit, "Failed to get issuer org unit name"},
         {NID_commonName, &data->issuer_common_name, "Failed to get issuer common name"},
     };
-    for (const auto &attribute : attributes) {
-        if (!tesra_get_name_entry(name, attribute.nid, attribute.field)) {
-            TESRA_LOG_ERROR("%s\n", attribute.failure);
-            return false;
-        }
+    const char *failure = tesra_fill_name_fields(name, rows);
+    if (failure != nullptr) {
+        TESRA_LOG_ERROR("%s\n", failure);
+        return false;
     }
     return true;
 }
@@ -246,11 +258,7 @@ bool tesra_get_subject_details(const X509 *cert, tesra_cert_data *data) {
         TESRA_LOG_ERROR("%s\n", "Failed to get subject name");
         return false;
     }
-    const struct {
-        int nid;
-        char **field;
-        const char *failure;
-    } attributes[] = {
+    const tesra_name_row rows[] = {
         {NID_countryName, &data->subject_country, "Failed to get subject country name"},
         {NID_stateOrProvinceName, &data->subject_state, "Failed to get subject state name"},
         {NID_localityName, &data->subject_locality, "Failed to get subject locality name"},
@@ -259,11 +267,10 @@ bool tesra_get_subject_details(const X509 *cert, tesra_cert_data *data) {
          "Failed to get subject org unit name"},
         {NID_commonName, &data->subject_common_name, "Failed to get subject common name"},
     };
-    for (const auto &attribute : attributes) {
-        if (!tesra_get_name_entry(name, attribute.nid, attribute.field)) {
-            TESRA_LOG_ERROR("%s\n", attribute.failure);
-            return false;
-        }
+    const char *failure = tesra_fill_name_fields(name, rows);
+    if (failure != nullptr) {
+        TESRA_LOG_ERROR("%s\n", failure);
+        return false;
     }
     return true;
 }
