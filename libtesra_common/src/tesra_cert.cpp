@@ -73,10 +73,13 @@ bool tesra_get_cert_from_chain(const char *cert_chain, uint32_t cert_len, int32_
         if (unread->length > 0) {
             continue;
         }
-        if (index == -1 && cert != nullptr) {
+        if (index != -1) {
+            return true;
+        }
+        if (cert != nullptr) {
             *cert = current.release();
         }
-        if (index == -1 && cert_count != nullptr) {
+        if (cert_count != nullptr) {
             *cert_count = static_cast<uint32_t>(position);
         }
         return true;
