@@ -127,11 +127,11 @@ uint8_t *tesra_base64_decode(const char *src, uint32_t src_len, uint32_t *dst_le
         TESRA_LOG_ERROR("%s\n", "Allocation failed");
         return nullptr;
     }
-    const int decoded =
-        length > INT_MAX
-            ? -1
-            : EVP_DecodeBlock(block.get(), reinterpret_cast<const unsigned char *>(text),
-                              static_cast<int>(length));
+    int decoded = -1;
+    if (length <= INT_MAX) {
+        decoded = EVP_DecodeBlock(block.get(), reinterpret_cast<const unsigned char *>(text),
+                                  static_cast<int>(length));
+    }
     // EVP_DecodeBlock passes over dashes at the end. The length told below counts them, so a text
     // that has them would be told longer than its block.
     if (decoded < 1 || int64_t{decoded} * 4 != int64_t{length} * 3) {
