@@ -51,7 +51,7 @@ void tesra_trace(uint8_t level, const char *file, uint32_t line, const char *for
 
 void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffer, uint32_t length) {
     constexpr uint32_t bytes_per_line = 16;
-    constexpr size_t bound = 127;
+    constexpr size_t bound = 127; // not 128: a line has at most 126 characters
     char line[128] = {};
     if (buffer == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Invalid arguments");
