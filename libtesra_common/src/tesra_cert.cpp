@@ -320,7 +320,7 @@ uint32_t tesra_get_cert_count(const char *cert_chain, uint32_t cert_len) {
         TESRA_LOG_ERROR("%s\n", "Failed to get cert count");
         return 0;
     }
-    TESRA_LOG(TESRA_LEVEL_INFO, "Cert chain contain %d certs\n", count);
+    TESRA_LOG(TESRA_LEVEL_INFO, "Cert chain contain %d certs\n", static_cast<int>(count));
     return count;
 }
 

@@ -25,7 +25,8 @@ const char *tesra_trim_whitespace(const char *text, uint32_t *length) {
         ++leading;
     }
     if (leading > 0) {
-        TESRA_LOG(TESRA_LEVEL_WARNING, "Removed %d leading whitespaces\n", leading);
+        TESRA_LOG(TESRA_LEVEL_WARNING, "Removed %d leading whitespaces\n",
+                  static_cast<int>(leading));
     }
     *length -= leading;
     if (*length == 0) {
@@ -37,7 +38,8 @@ const char *tesra_trim_whitespace(const char *text, uint32_t *length) {
         ++trailing;
     }
     if (trailing > 0) {
-        TESRA_LOG(TESRA_LEVEL_WARNING, "Removed %d trailing whitespaces\n", trailing);
+        TESRA_LOG(TESRA_LEVEL_WARNING, "Removed %d trailing whitespaces\n",
+                  static_cast<int>(trailing));
     }
     *length -= trailing;
     return text;
@@ -114,7 +116,8 @@ uint8_t *tesra_base64_decode(const char *src, uint32_t src_len, uint32_t *dst_le
         TESRA_LOG_ERROR("%s\n", "Invalid arguments");
         return nullptr;
     }
-    TESRA_LOG(TESRA_LEVEL_DEBUG, "Decode from base64 string, src_len = %d\n", src_len);
+    TESRA_LOG(TESRA_LEVEL_DEBUG, "Decode from base64 string, src_len = %d\n",
+              static_cast<int>(src_len));
     uint32_t length = src_len;
     const char *text = tesra_trim_whitespace(src, &length);
     if (text == nullptr) {
@@ -139,7 +142,8 @@ uint8_t *tesra_base64_decode(const char *src, uint32_t src_len, uint32_t *dst_le
         return nullptr;
     }
     *dst_len = tesra_decoded_length(text, length);
-    TESRA_LOG(TESRA_LEVEL_DEBUG, "Decoded to binary data, dst_len = %d\n", *dst_len);
+    TESRA_LOG(TESRA_LEVEL_DEBUG, "Decoded to binary data, dst_len = %d\n",
+              static_cast<int>(*dst_len));
     return block.release();
 }
 
@@ -160,12 +164,13 @@ char *tesra_hex_encode(const uint8_t *src, uint32_t src_len, uint32_t *dst_len) 
         const size_t at = size_t{2} * i;
         const int written = snprintf(text.get() + at, size - at, "%02X", src[i]);
         if (written != 2) {
-            TESRA_LOG_ERROR("Encode failed at idx = %d, ret = %d\n", i, written);
+            TESRA_LOG_ERROR("Encode failed at idx = %d, ret = %d\n", static_cast<int>(i), written);
             return nullptr;
         }
     }
     *dst_len = 2 * src_len;
-    TESRA_LOG(TESRA_LEVEL_DEBUG, "Encoded to hex string, dst_len = %d\n", *dst_len);
+    TESRA_LOG(TESRA_LEVEL_DEBUG, "Encoded to hex string, dst_len = %d\n",
+              static_cast<int>(*dst_len));
     return text.release();
 }
 
@@ -175,11 +180,12 @@ uint8_t *tesra_hex_decode(const char *src, uint32_t src_len, uint32_t *dst_len) 
         TESRA_LOG_ERROR("%s\n", "Invalid arguments");
         return nullptr;
     }
-    TESRA_LOG(TESRA_LEVEL_DEBUG, "Decode from hex string, src_len = %d\n", src_len);
+    TESRA_LOG(TESRA_LEVEL_DEBUG, "Decode from hex string, src_len = %d\n",
+              static_cast<int>(src_len));
     uint32_t length = src_len;
     const char *text = tesra_trim_whitespace(src, &length);
     if (text == nullptr || length % 2 != 0) {
-        TESRA_LOG_ERROR("Invalid hex string size (%d)!\n", length);
+        TESRA_LOG_ERROR("Invalid hex string size (%d)!\n", static_cast<int>(length));
         return nullptr;
     }
     tesra_bytes_ptr block(static_cast<uint8_t *>(calloc(1, length / 2 + 1)));
@@ -193,11 +199,13 @@ uint8_t *tesra_hex_decode(const char *src, uint32_t src_len, uint32_t *dst_len) 
         const char pair[] = {text[i], text[i + 1], '\0'};
         const int converted = sscanf(pair, "%2hhx", block.get() + i / 2);
         if (converted != 1) {
-            TESRA_LOG_ERROR("Decode failed at idx = %d, ret = %d\n", i, converted);
+            TESRA_LOG_ERROR("Decode failed at idx = %d, ret = %d\n", static_cast<int>(i),
+                            converted);
             return nullptr;
         }
     }
     *dst_len = length / 2;
-    TESRA_LOG(TESRA_LEVEL_DEBUG, "Decoded to binary data, dst_len = %d\n", *dst_len);
+    TESRA_LOG(TESRA_LEVEL_DEBUG, "Decoded to binary data, dst_len = %d\n",
+              static_cast<int>(*dst_len));
     return block.release();
 }
