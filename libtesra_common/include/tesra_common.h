@@ -105,9 +105,9 @@ TESRA_API void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffe
  * last certificate but that line's own line break: a blank line, or a terminating NUL counted in
  * cert_len, is taken for the start of one more certificate, which cannot be read.
  *
- * cert_len counts bytes, without a terminating NUL, and must be less than 2^31; the text of a
- * longer one is not looked at, and the call fails as for a chain that cannot be read. libcrypto's
- * memory buffers end sooner, at about 1.5 GiB: beyond that the call fails as well.
+ * cert_len counts bytes, without a terminating NUL, and must be less than 2^31: a longer chain is
+ * not looked at, and the call fails ("Write to BIO failed, ret: -1"). libcrypto's memory buffers
+ * end sooner, at about 1.5 GiB: beyond that the call fails as well.
  *
  * Every call reads the chain from its start, so visiting all n certificates of a chain by position
  * decodes about n*n/2 certificates.

@@ -1,3 +1,4 @@
+#include <limits.h>
 #include <openssl/asn1.h>
 #include <openssl/bio.h>
 #include <openssl/bn.h>
@@ -44,9 +45,11 @@ bool tesra_get_cert_from_chain(const char *cert_chain, uint32_t cert_len, int32_
         TESRA_LOG_ERROR("%s\n", "Allocation failed for BIO");
         return false;
     }
-    // A length of 2^31 or more turns negative, for which BIO_write takes nothing: the read below
-    // then finds no certificate.
-    const int written = BIO_write(bio.get(), cert_chain, static_cast<int>(cert_len));
+    // BIO_write would take a longer length for a negative one.
+    int written = -1;
+    if (cert_len <= INT_MAX) {
+        written = BIO_write(bio.get(), cert_chain, static_cast<int>(cert_len));
+    }
     if (written < 0) {
         TESRA_LOG_ERROR("Write to BIO failed, ret: %d\n", written);
         return false;
