@@ -35,12 +35,23 @@ bool shown_on_stderr(int level) {
     return *end == '\0' && level <= most;
 }
 
-// Whether the byte is part of a control character: one byte in C0 and for DEL, two in C1 (UTF-8).
-bool is_control(const char *text, size_t at) {
-    const auto byte = [text](size_t where) { return static_cast<unsigned char>(text[where]); };
-    const auto in_c1 = [byte](size_t where) { return byte(where) >= 0x80 && byte(where) <= 0x9F; };
-    return byte(at) < 0x20 || byte(at) == 0x7F || (byte(at) == 0xC2 && in_c1(at + 1)) ||
-           (at > 0 && byte(at - 1) == 0xC2 && in_c1(at));
+// The bytes of the control character that the text begins with, if it does: one in C0 and for DEL,
+// two in C1 (UTF-8).
+size_t control_length(const char *text) {
+    const auto first = static_cast<unsigned char>(text[0]);
+    if (first < 0x20 || first == 0x7F) {
+        return 1;
+    }
+    const auto second = static_cast<unsigned char>(text[1]);
+    return first == 0xC2 && second >= 0x80 && second <= 0x9F ? 2 : 0;
+}
+
+void cover_controls(char *text) {
+    while (*text != '\0') {
+        const size_t control = control_length(text);
+        memset(text, '?', control);
+        text += control > 0 ? control : 1;
+    }
 }
 
 // The texts that are logged may come from a stranger's certificate, so control characters are
@@ -50,23 +61,27 @@ heap_text spelled_out(char *text) {
     const size_t length = strlen(text);
     size_t controls = 0;
     for (size_t at = 0; at < length; ++at) {
-        controls += is_control(text, at) ? size_t{1} : 0;
+        controls += control_length(text + at);
     }
     if (controls == 0) {
         return nullptr;
     }
     heap_text spelled(static_cast<char *>(malloc(length + 3 * controls + 1)));
+    if (spelled == nullptr) {
+        cover_controls(text);
+        return nullptr;
+    }
     char *end = spelled.get();
-    for (size_t at = 0; end != nullptr && at <= length; ++at) {
-        if (at < length && is_control(text, at)) {
-            end += snprintf(end, 5, "\\x%02X", static_cast<unsigned char>(text[at]));
-        } else {
-            *end++ = text[at];
+    while (*text != '\0') {
+        size_t control = control_length(text);
+        if (control == 0) {
+            *end++ = *text++;
+        }
+        for (; control > 0; --control) {
+            end += snprintf(end, 5, "\\x%02X", static_cast<unsigned char>(*text++));
         }
     }
-    for (size_t at = length; end == nullptr && at-- > 0;) {
-        text[at] = is_control(text, at) ? '?' : text[at];
-    }
+    *end = '\0';
     return spelled;
 }
 
