@@ -3,6 +3,9 @@
 
 man_pages.py HEADER EXAMPLES VERSION FOLDER
 
+The pages bear the version's date in CHANGELOG.md, so that they are the same whenever they are made.
+A line of code that does not fit into 80 columns is an error.
+
 Each function has a page. What the header says at its top, and about the group of functions that one
 belongs to, is on every page that it holds for. A comment that has not the shape of the others, or
 not the parameters of its function, is an error: nothing is left out unseen.
@@ -10,6 +13,7 @@ not the parameters of its function, is an error: nothing is left out unseen.
 import pathlib
 import re
 import sys
+import textwrap
 
 EXAMPLES = {
     "tesra_trace": "diagnostics.c",
@@ -24,6 +28,8 @@ EXAMPLES = {
 }
 # The rules at the header's top, by number, that are about failures.
 FAILURE_RULES = ("3", "5", "6")
+# What man(1) leaves of 80 columns.
+WIDTH = 73
 
 
 def text_of(comment):
@@ -125,19 +131,31 @@ def sentence(text):
 
 
 def synopsis(prototype):
-    head, arguments = re.fullmatch(r"(.*?)\((.*)\);", prototype).groups()
-    arguments = re.sub(r"(\w+)(?=,|$)", r"\\fI\1\\fP", arguments)
-    return [".nf", ".B #include <tesra_common.h>", ".PP", rf"\fB{head}(\fP{arguments}\fB);\fP", ".fi"]
+    head, arguments = re.fullmatch(r"(.*?\()(.*)\);", prototype).groups()
+    # A line ends between two arguments only.
+    arguments = arguments.replace(" ", "~").replace(",~", ", ")
+    arguments = textwrap.wrap(arguments, WIDTH - len(head) - len(");"))
+    text = ("\n" + " " * len(head)).join(arguments).replace("~", " ")
+    text = re.sub(r"(\w+)(?=,|$)", r"\\fI\1\\fP", text)
+    return [".nf", ".B #include <tesra_common.h>", ".PP", rf"\fB{head}\fP{text}\fB);\fP", ".fi"]
+
+
+def code(text):
+    """Lines that stay as they are. EE turns hyphenation on again."""
+    for line in text.split("\n"):
+        if len(line) > WIDTH:
+            sys.exit(f"too long for a manual page: {line}")
+    return [".EX", literal(text), ".EE", ".nh"]
 
 
 def declared(title, comment_and_declaration):
     comment, declaration = comment_and_declaration
-    code = re.sub(r"//< (.*)\*/", r"/* \1*/", declaration.rstrip())
-    return [f".SS {title}", *paragraphs(comment), ".PP", ".in +4n", ".EX", literal(code), ".EE", ".in"]
+    declaration = re.sub(r"//< (.*)\*/", r"/* \1*/", declaration.rstrip())
+    return [f".SS {title}", *paragraphs(comment), ".PP", *code(declaration)]
 
 
 def paragraphs(text):
-    return [line for block in re.split(r"\n\n", text) for line in (".PP", roff(block))]
+    return "\n.PP\n".join(roff(block) for block in text.split("\n\n")).split("\n")
 
 
 def failures(name, result):
@@ -151,6 +169,12 @@ def failures(name, result):
             f"{name} fails if {conditions}.")
 
 
+def date_of(version):
+    changelog = pathlib.Path(__file__).parent.parent / "CHANGELOG.md"
+    found = re.search(rf"^## {re.escape(version)}, (\S+)$", changelog.read_text(), re.M)
+    return found[1] if found else sys.exit(f"{changelog}: no date for version {version}")
+
+
 def page(function, rules, record, functions, version, examples):
     comment, prototype, group, macros = function
     name = name_of(function)
@@ -158,27 +182,26 @@ def page(function, rules, record, functions, version, examples):
     if [argument for argument, _ in parts["params"]] != arguments_of(prototype):
         sys.exit(f"{name}: its comment has other parameters than its declaration")
     result, errors = failures(name, parts["return"]) if parts["return"] else ("None.", "")
-    lines = [f".TH {name} 3 \"\" \"libtesra_common {version}\" \"libtesra_common\"", ".nh", ".ad l",
+    lines = [f".TH {name} 3 {date_of(version)} \"libtesra_common {version}\"", ".nh", ".ad l",
              ".SH NAME", rf"{name} \- " + roff(parts["name"].split(":")[0]),
              ".SH LIBRARY", r"libtesra_common (\fI\-ltesra_common\fP)",
              ".SH SYNOPSIS", *synopsis(prototype),
              ".SH DESCRIPTION", rf"\fB{name}\fP() " + roff(parts["name"]) + "."]
     for argument, meaning in parts["params"]:
         lines += [".TP", rf"\fI{argument}\fP", sentence(meaning)]
-    lines += paragraphs("\n\n".join(parts["text"])) if parts["text"] else []
+    lines += [".PP", *paragraphs("\n\n".join(parts["text"]))] if parts["text"] else []
     lines += declared("Macros", macros) if macros else []
     if "tesra_cert_data *" in prototype:
         lines += declared("The record", record)
     lines += [".SH RETURN VALUE", roff(result), ".SH ERRORS"]
-    lines += [roff(errors), ".PP"] if errors else []
+    lines += [roff(errors)] if errors else []
     lines += rule_lines(rules, lambda number: number in FAILURE_RULES)
     lines += [".SH ATTRIBUTES", "Thread safety: " + roff(parts["safety"])]
     lines += [".SH NOTES", *rule_lines(rules, lambda number: number not in FAILURE_RULES)]
     if group:
         title, _, text = group.partition("\n\n")
         lines += [f".SS {title}", *paragraphs(text)]
-    code = (examples / EXAMPLES[name]).read_text()
-    lines += [".SH EXAMPLES", ".EX", literal(code.rstrip()), ".EE"]
+    lines += [".SH EXAMPLES", *code((examples / EXAMPLES[name]).read_text().rstrip())]
     others = sorted(name_of(other) for other in functions if other != function)
     lines += [".SH SEE ALSO", *(f".BR {other} (3)," for other in others), ".BR tesra (1)"]
     return name, "\n".join(lines) + "\n"

@@ -1,4 +1,4 @@
-/* Turns three bytes into Base64 text and back. */
+/* Turns three bytes into Base64 text and back: "AP9/: 3 bytes". */
 #include <stdio.h>
 #include <stdlib.h>
 #include <tesra_common.h>
@@ -12,7 +12,7 @@ int main(void) {
     uint32_t length = 0;
     uint8_t *decoded = tesra_base64_decode(text, 4, &length);
     if (decoded != NULL) {
-        printf("%s: %u bytes\n", text, (unsigned)length); /* AP9/: 3 bytes */
+        printf("%s: %u bytes\n", text, (unsigned)length);
     }
     free(text);
     free(decoded);

@@ -1,4 +1,4 @@
-/* Prints whom the certificates of a chain are about, and until when they are valid. */
+/* Prints whom each certificate of a chain is about, and its end. */
 #include <stdio.h>
 #include <tesra_common.h>
 
@@ -8,16 +8,16 @@ int main(int argc, char **argv) {
     if (file == NULL) {
         return 2;
     }
-    const uint32_t length = (uint32_t)fread(chain, 1, sizeof chain, file);
+    const uint32_t size = (uint32_t)fread(chain, 1, sizeof chain, file);
     fclose(file);
 
-    const uint32_t count = tesra_get_cert_count(chain, length);
-    for (uint32_t index = 0; index < count; ++index) {
-        tesra_cert_data *data = tesra_get_cert_data(chain, length, (int)index);
+    const uint32_t count = tesra_get_cert_count(chain, size);
+    for (uint32_t i = 0; i < count; ++i) {
+        tesra_cert_data *data = tesra_get_cert_data(chain, size, (int)i);
         if (data == NULL) {
             return 1;
         }
-        /* A name may hold control characters: a terminal should get it escaped. */
+        /* A name may hold control characters: show it escaped. */
         printf("%s: %s\n", data->subject_common_name, data->not_after);
         tesra_free_cert_data(data);
     }

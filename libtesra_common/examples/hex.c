@@ -1,4 +1,4 @@
-/* Turns three bytes into hexadecimal text and back. */
+/* Turns three bytes into hexadecimal and back: "00FF7F: 3 bytes". */
 #include <stdio.h>
 #include <stdlib.h>
 #include <tesra_common.h>
@@ -13,7 +13,7 @@ int main(void) {
     uint32_t size = 0;
     uint8_t *decoded = tesra_hex_decode(text, length, &size);
     if (decoded != NULL) {
-        printf("%s: %u bytes\n", text, (unsigned)size); /* 00FF7F: 3 bytes */
+        printf("%s: %u bytes\n", text, (unsigned)size);
     }
     free(text);
     free(decoded);

@@ -150,16 +150,17 @@ TESRA_API uint32_t tesra_get_cert_count(const char *cert_chain, uint32_t cert_le
  *
  * In a record from tesra_get_cert_data every field is set. A name attribute that the certificate
  * lacks is an empty text; of an attribute that occurs several times, the first value is taken. A
- * value with an embedded NUL reads as a text that ends there.
+ * value with an embedded NUL reads as a text that ends there. Times are such as "Jun 15 12:30:45
+ * 2050 GMT"; a day of one digit has a blank more in front.
  *
  * Name texts are UTF-8, of any length, and are whatever the certificate's maker chose, control
  * characters included. Escape them before they are shown. The library itself reports them as they
  * are to the platform's log.
  */
 typedef struct tesra_cert_data {
-    char *serial_number;       /**< decimal, with a leading minus sign if negative */
-    char *not_before;          /**< start of validity, such as "Jan  1 00:00:00 2024 GMT" */
-    char *not_after;           /**< end of validity, in the same form */
+    char *serial_number;       /**< decimal, with "-" if negative */
+    char *not_before;          /**< start of validity */
+    char *not_after;           /**< end of validity */
     char *issuer_country;      /**< issuer C */
     char *issuer_state;        /**< issuer ST */
     char *issuer_locality;     /**< issuer L */
