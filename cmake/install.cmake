@@ -36,7 +36,6 @@ install(FILES ${PROJECT_BINARY_DIR}/tesra_common.pc COMPONENT development
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 install(TARGETS tesra RUNTIME COMPONENT tools)
-install(FILES tools/tesra.1 COMPONENT tools DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
 # The header's comments are the manual. A build without Python has no pages.
 find_package(Python3 COMPONENTS Interpreter)

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <new>
+#include <optional>
 #include <string_view>
 
 namespace {
@@ -26,15 +27,17 @@ std::string_view without_byte_order_mark(std::string_view line) {
     return line.starts_with("\xEF\xBB\xBF") ? line.substr(3) : line;
 }
 
-// What a BEGIN line names, or an empty text if the line is none.
-std::string_view kind_of(std::string_view line) {
+// What a BEGIN line names, as far as C functions see it; nothing if the line is none.
+std::optional<std::string_view> kind_of(std::string_view line) {
     while (!line.empty() && line.back() <= ' ') {
         line.remove_suffix(1);
     }
     const size_t around = begin_mark.size() + dashes.size();
-    const bool is_begin =
-        line.size() > around && line.starts_with(begin_mark) && line.ends_with(dashes);
-    return is_begin ? line.substr(begin_mark.size(), line.size() - around) : "";
+    if (line.size() < around || !line.starts_with(begin_mark) || !line.ends_with(dashes)) {
+        return std::nullopt;
+    }
+    const std::string_view kind = line.substr(begin_mark.size(), line.size() - around);
+    return kind.substr(0, kind.find('\0'));
 }
 
 // Where the first BEGIN line stands from `start` on, or the text's end. A byte order mark is passed
@@ -42,7 +45,7 @@ std::string_view kind_of(std::string_view line) {
 size_t find_begin_line(std::string_view text, size_t start) {
     for (size_t at = start; at < text.size(); at += next_line(text.substr(at)).size()) {
         const std::string_view line = next_line(text.substr(at));
-        if (!kind_of(at == start ? without_byte_order_mark(line) : line).empty()) {
+        if (kind_of(at == start ? without_byte_order_mark(line) : line)) {
             return at;
         }
     }
@@ -90,7 +93,7 @@ void explain_unreadable(pem_block &block, std::string_view text) {
 // A BEGIN line that is overlooked behind the start of one block and in front of the next.
 void add_hidden(std::vector<pem_block> &blocks, std::string_view text, const pem_block &before,
                 size_t next_begin) {
-    const size_t from = before.kind.empty() ? 0 : before.begin + begin_mark.size();
+    const size_t from = before.end == 0 ? 0 : before.begin + begin_mark.size();
     const size_t at = text.substr(0, next_begin).find(begin_mark, from);
     if (at == std::string_view::npos) {
         return;
@@ -134,7 +137,7 @@ std::vector<pem_block> read_blocks(const input &chain) {
         block.end = end;
         block.first_line = before.first_line + line_breaks(text, before.begin, begin);
         block.last_line = block.first_line + line_breaks(text, begin, end - 1);
-        block.kind = kind_of(without_byte_order_mark(next_line(text.substr(begin))));
+        block.kind = kind_of(without_byte_order_mark(next_line(text.substr(begin)))).value_or("");
         if (!is_read) {
             explain_unreadable(block, text);
         }

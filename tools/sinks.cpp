@@ -20,7 +20,7 @@ constexpr struct {
 
 // Reports up to this level go to standard error, and further ones nowhere: the platform's log, like
 // the trace file, is there for the daemon.
-int shown_level = [] {
+int shown_level = []() noexcept {
     const char *const level = getenv("PLATFORM_LOG_STDERR");
     return level == nullptr ? 0 : atoi(level);
 }();

@@ -94,7 +94,8 @@ void add_codec_commands(CLI::App &app, arguments &given) {
     add_command(*hex, given, "encode", "Bytes to text")->callback([&] {
         hex_encode(read_input(given.file));
     });
-    CLI::App *hex_decode_command = add_command(*hex, given, "decode", "Text to bytes");
+    CLI::App *hex_decode_command = add_command(
+        *hex, given, "decode", "Text to bytes; with --lenient, all that the library takes");
     hex_decode_command->add_flag("--lenient", given.is_lenient,
                                  "Take what the library takes, such as 0x, signs and half pairs");
     hex_decode_command->callback([&] { hex_decode(read_input(given.file), given.is_lenient); });
