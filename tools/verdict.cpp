@@ -29,7 +29,7 @@ bool is_der(type *decode(type **, const unsigned char **, long), const input &ch
 std::string not_pem(const input &chain) {
     const std::string_view text = chain.bytes;
     if (text.empty()) {
-        return "empty";
+        return "empty, where a chain holds one certificate or more";
     }
     if (is_der<X509, X509_free>(d2i_X509, chain)) {
         return "DER, not PEM: openssl x509 -inform DER -in FILE -out CHAIN";
