@@ -122,7 +122,10 @@ TESRA_API void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffe
  * text once for each certificate: to count 75,000 of the smallest that OpenSSL 3.0 reads, 111 bytes
  * each and 8.3 MB in all, takes some 6 s, and up to four times as long for each doubling. Writing a
  * serial number in decimal takes time that grows with the square of its length, and a certificate
- * may hold one of any length. Bound cert_len where chains come from strangers.
+ * may hold one of any length. Bound cert_len where chains come from strangers. Whoever wants all of
+ * a long chain hands over each certificate's text by itself, with position 0, which gives the same
+ * records: PEM_read_bio(3) on a BIO_new_mem_buf(3) of the chain reads block by block, and
+ * BIO_pending(3) tells after each how much is left.
  *
  * A certificate's PEM block with an encryption header makes OpenSSL ask for a pass phrase on the
  * process's terminal or, without one, on its standard input. A daemon has no terminal and keeps its
