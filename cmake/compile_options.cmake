@@ -41,9 +41,11 @@ function(tesra_c_abi_library target version_script)
     set_target_properties(${target} PROPERTIES
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
-        # The C driver links no C++ runtime, so a stray need for it is an error at once.
         LINKER_LANGUAGE C
         LINK_DEPENDS ${version_script})
+    # The C driver links no C++ runtime, and CMake is kept from adding it for the sources' sake, so a
+    # stray need for it is an error at once.
+    set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "" PARENT_SCOPE)
     if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
         target_link_options(${target} PRIVATE LINKER:--no-undefined)
     endif()
