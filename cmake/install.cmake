@@ -9,6 +9,14 @@ mark_as_advanced(TESRA_TRACE_OWNER TESRA_TRACE_GROUP TESRA_TRACE_MODE)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tesra_common)
 
+# The dynamic linker searches /usr by itself. Under any other prefix the tool and the library find
+# what is installed with them from where they lie, and the linker of a program finds it, too.
+if(NOT CMAKE_INSTALL_PREFIX MATCHES "^/(usr)?$")
+    file(RELATIVE_PATH libdir_from_bindir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set_target_properties(tesra_common PROPERTIES INSTALL_RPATH "\$ORIGIN")
+    set_target_properties(tesra PROPERTIES INSTALL_RPATH "\$ORIGIN/${libdir_from_bindir}")
+endif()
+
 if(NOT TESRA_PLATFORM_LOG_LIBRARY)
     install(TARGETS platform_log LIBRARY COMPONENT platform_log NAMELINK_SKIP)
 endif()
