@@ -1,4 +1,4 @@
-# What `cmake --install` puts in place. The components are the packages (see packages.cmake).
+# What `cmake --install` puts in place, and debian/*.install sorts into packages.
 
 include(CMakePackageConfigHelpers)
 
@@ -64,13 +64,13 @@ if(Python3_FOUND)
     install(FILES ${pages} COMPONENT development DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 endif()
 
-# The names carry the soname's number: a package of the next one may be installed beside this.
+# The names carry no number: libraries of several sonames share the one trace file.
 file(STRINGS libtesra_common/include/tesra_common.h TESRA_TRACE_FILE
     REGEX "#define TESRA_TRACE_FILE ")
 string(REGEX REPLACE ".*\"(.*)\".*" "\\1" TESRA_TRACE_FILE ${TESRA_TRACE_FILE})
-configure_file(packaging/miraxlog.logrotate.in miraxlog.logrotate @ONLY)
-configure_file(packaging/miraxlog.tmpfiles.in miraxlog.tmpfiles @ONLY)
+configure_file(libtesra_common/miraxlog.logrotate.in miraxlog.logrotate @ONLY)
+configure_file(libtesra_common/miraxlog.tmpfiles.in miraxlog.tmpfiles @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/miraxlog.logrotate COMPONENT library
-    DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/logrotate.d RENAME libtesra-common9)
+    DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/logrotate.d RENAME libtesra-common)
 install(FILES ${PROJECT_BINARY_DIR}/miraxlog.tmpfiles COMPONENT library
-    DESTINATION lib/tmpfiles.d RENAME libtesra-common9.conf)
+    DESTINATION lib/tmpfiles.d RENAME libtesra-common.conf)

@@ -1,46 +1,48 @@
 #!/usr/bin/env bash
-# Installs packages, uses them as others do, and purges them: installed.sh SOURCES PACKAGE...
-# Purging takes the trace file along, so this is for machines that nobody else uses.
+# Installs the packages of amd64, and the libraries of arm64 beside them; uses them as others do,
+# and purges them: installed.sh SOURCES
 set -euo pipefail
 sources=$1
-shift
-
-names=()
-for package; do
-    names+=("$(dpkg-deb -f "$package" Package)")
-done
-if dpkg-query -W -f='${db:Status-Status}\n' "${names[@]}" 2>/dev/null | grep -qx installed; then
-    echo "already installed: one of ${names[*]}"
+packages=$sources/build/packages
+fail() {
+    echo "${0##*/}: $*" >&2
     exit 1
+}
+[ -e "$packages" ] || fail "there are no packages: run ./test packages first"
+[ "$(id -u)" = 0 ] || fail "packages are installed as root"
+# Purging would take it along.
+[ ! -e /var/log/miraxlog ] || fail "/var/log/miraxlog exists, and is not this test's to delete"
+
+files=("$packages"/{tesra-tools,libtesra-common-dev}_*_amd64.deb "$packages"/*-data_*_all.deb
+    "$packages"/lib{tesra-common9,platform-log1}_*.deb)
+names=(tesra-tools libtesra-common-{data,dev} lib{tesra-common9,platform-log1}:{amd64,arm64})
+if dpkg-query -W -f='${db:Status-Status}\n' "${names[@]}" 2>/dev/null | grep -qx installed; then
+    fail "already installed: one of ${names[*]}"
 fi
+
 folder=$(mktemp -d)
 export DEBIAN_FRONTEND=noninteractive
 purge() {
     apt-get purge -y "${names[@]}" >"$folder/log" 2>&1 || cat "$folder/log"
 }
 trap 'purge; rm -rf "$folder"' EXIT
-chmod 755 "$folder"
-apt-get install -y --no-install-recommends "$@" >"$folder/log" 2>&1 || { cat "$folder/log"; exit 1; }
+cp "${files[@]}" "$folder" # where apt's own user may read them
+chmod -R a+rX "$folder"
+apt-get install -y --no-install-recommends "$folder"/*.deb >"$folder/log" 2>&1 ||
+    { cat "$folder/log" && exit 1; }
 
-[ "$(tesra count "$sources/samples/chain.pem")" = 3 ]
-# shellcheck disable=SC2046 # flags, not one word
-cc -std=c99 -o "$folder/example" "$sources/libtesra_common/examples/certificates.c" \
-    $(pkg-config --cflags --libs tesra_common)
-"$folder/example" "$sources/samples/chain.pem" | grep -q '^probe.example: '
-cmake -S "$sources/tests/consumer" -B "$folder/consumer" >"$folder/log"
-cmake --build "$folder/consumer" >>"$folder/log"
-"$folder/consumer/consumer"
-for name in "${names[@]}"; do
-    dpkg --verify "$name"
-done
+trace=$(stat -c '%U:%G %a %s' /var/log/miraxlog)
+[ "$trace" = "root:adm 640 0" ] || fail "the trace file: $trace"
+dpkg --verify "${names[@]}"
+version=$(dpkg-query -W -f '${Version}' libtesra-common-dev)
+[ "$version" = "$(pkg-config --modversion tesra_common)" ] || fail "packages of version $version"
+"$sources/tests/consumer/use.sh"
+dpkg-deb -x "$packages"/tesra-tools_*_arm64.deb "$folder/arm64"
+[ "$(qemu-aarch64 "$folder/arm64/usr/bin/tesra" count "$sources/samples/chain.pem")" = 3 ]
 
 purge
-trap - EXIT
-rm -rf "$folder"
-left=$(find /etc /usr /var/log -xdev \( -name '*libtesra*' -o -name '*libplatform_log*' -o -name miraxlog \
-    -o -name tesra \) -not -path "$sources/*")
-if [ -n "$left" ]; then
-    echo "left behind: $left"
-    exit 1
-fi
+trap 'rm -rf "$folder"' EXIT
+left=$(find /etc /usr /var/log -xdev \( -name '*tesra*' -o -name '*platform_log*' \
+    -o -name 'miraxlog*' \) -not -path "$sources/*")
+[ -z "$left" ] || fail "left behind: $left"
 echo "installed, used and purged: ${names[*]}"

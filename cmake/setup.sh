@@ -1,15 +1,21 @@
 # What ./run and ./test need, and how they get it. Sourced, with $root set to the project's folder.
 
-# The Debian packages of each job, in this one place.
-packages_build=(g++ cmake ninja-build libssl-dev libcli11-dev nlohmann-json3-dev)
-packages_test=("${packages_build[@]}" libgtest-dev openssl ca-certificates bc valgrind
-    abigail-tools pkgconf python3)
-packages_lint=("${packages_test[@]}" clang-format clang-tidy)
-packages_fuzz=("${packages_build[@]}" clang libclang-rt-14-dev)
-packages_bench=("${packages_build[@]}" libbenchmark-dev valgrind pkgconf libgnutls28-dev nettle-dev)
-packages_aarch64=("${packages_test[@]}" googletest g++-aarch64-linux-gnu qemu-user
-    libssl-dev:arm64 libstdc++6:arm64)
-packages_packages=("${packages_aarch64[@]}" dpkg-dev file lintian)
+# The Debian packages that debian/control asks for to build the project; "build_dependencies tests"
+# adds those for its tests. Every Debian build has a compiler, so it is not named there, and only
+# the making of packages needs debhelper.
+build_dependencies() {
+    echo g++
+    sed -n '/^Build-Depends:/,/^[^ ]/s/^ //p' "$root/debian/control" |
+        if [ "${1:-}" = tests ]; then cat; else grep -v '<!nocheck>'; fi |
+        sed '/^debhelper/d; s/[:, ].*//'
+}
+
+# What the other jobs need beyond that, in this one place.
+packages_lint=(clang-format clang-tidy)
+packages_fuzz=(clang libclang-rt-dev)
+packages_bench=(libbenchmark-dev valgrind pkgconf libgnutls28-dev nettle-dev gnuplot-nox)
+packages_aarch64=(googletest g++-aarch64-linux-gnu qemu-user libssl-dev:arm64 libstdc++6:arm64)
+packages_packages=(build-essential debhelper lintian "${packages_aarch64[@]}")
 
 say() {
     echo "$(basename "$0"): $*" >&2
@@ -24,18 +30,18 @@ quietly() {
     return 1
 }
 
-# Runs a command as root; $1 says what to do by hand if that is not possible.
+# Runs the commands of a line as root, after saying $1; where that cannot be, says what to do.
 as_root() {
-    local hint=$1
-    shift
+    local saying=$1 commands=$2
+    local sudo=(sudo)
     if [ "$(id -u)" -eq 0 ]; then
-        quietly "$@"
-    elif command -v sudo >/dev/null; then
-        quietly sudo "$@"
-    else
-        say "$hint"
+        sudo=()
+    elif ! { command -v sudo >/dev/null && sudo -v; }; then
+        say "as root, do: $commands"
         return 1
     fi
+    say "$saying"
+    quietly "${sudo[@]}" sh -ec "$commands"
 }
 
 is_installed() {
@@ -57,29 +63,34 @@ need() {
         [ "${package%:*}" = "$package" ] || missing+=("${package%:*}")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
-    local hint="these packages are missing; install them as root: apt-get install ${missing[*]}"
-    say "installing ${missing[*]}"
-    as_root "$hint" apt-get update
-    as_root "$hint" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y --no-install-recommends "${missing[@]}"
+    as_root "installing ${missing[*]}" "apt-get update && DEBIAN_FRONTEND=noninteractive \
+apt-get install -y --no-install-recommends ${missing[*]}"
 }
 
 # Lets packages of another architecture be installed.
 need_architecture() {
     command -v dpkg >/dev/null || return 0
     dpkg --print-foreign-architectures | grep -qx "$1" && return
-    as_root "as root: dpkg --add-architecture $1" dpkg --add-architecture "$1"
+    as_root "adding the architecture $1" "dpkg --add-architecture $1"
 }
 
 # Configures a preset, where that is still to be done or there are settings to make, and builds it.
 build() {
     local preset=$1
     shift
-    if [ $# -gt 0 ] || [ ! -e "$root/build/$preset/build.ninja" ]; then
+    cd "$root"
+    if [ $# -gt 0 ] || [ ! -e "build/$preset/build.ninja" ]; then
         say "configuring build/$preset"
-        (cd "$root" && quietly cmake --preset "$preset" "$@")
+        quietly cmake --preset "$preset" "$@"
     fi
-    (cd "$root" && quietly cmake --build --preset "$preset")
+    [[ $(cmake --build --preset "$preset" -- -n) = *"no work to do"* ]] || say "building build/$preset"
+    quietly cmake --build --preset "$preset"
+}
+
+# Copies the sources as they are, less what was built of them.
+copy_sources() {
+    mkdir "$1"
+    tar -C "$root" --exclude=./.git --exclude='./build*' -c . | tar -C "$1" -x
 }
 
 # Runs a command while no other ./run or ./test is at work in this folder, as happens when two of
