@@ -11,7 +11,7 @@ build_dependencies() {
 }
 
 # What the other jobs need beyond that, in this one place.
-packages_lint=(clang-format clang-tidy)
+packages_lint=(clang clang-format clang-tidy)
 packages_fuzz=(clang libclang-rt-dev)
 packages_bench=(libbenchmark-dev valgrind pkgconf libgnutls28-dev nettle-dev gnuplot-nox)
 packages_aarch64=(googletest g++-aarch64-linux-gnu qemu-user libssl-dev:arm64 libstdc++6:arm64)
