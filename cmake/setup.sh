@@ -63,15 +63,10 @@ need() {
         [ "${package%:*}" = "$package" ] || missing+=("${package%:*}")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
-    as_root "installing ${missing[*]}" "apt-get update && DEBIAN_FRONTEND=noninteractive \
+    local commands="apt-get update && DEBIAN_FRONTEND=noninteractive \
 apt-get install -y --no-install-recommends ${missing[*]}"
-}
-
-# Lets packages of another architecture be installed.
-need_architecture() {
-    command -v dpkg >/dev/null || return 0
-    dpkg --print-foreign-architectures | grep -qx "$1" && return
-    as_root "adding the architecture $1" "dpkg --add-architecture $1"
+    [[ "${missing[*]}" != *:arm64* ]] || commands="dpkg --add-architecture arm64 && $commands"
+    as_root "installing ${missing[*]}" "$commands"
 }
 
 # Configures a preset, where that is still to be done or there are settings to make, and builds it.
