@@ -59,6 +59,7 @@ if(Python3_FOUND)
             libtesra_common/include/tesra_common.h libtesra_common/examples ${PROJECT_VERSION}
             ${PROJECT_BINARY_DIR}/man
         DEPENDS libtesra_common/man_pages.py libtesra_common/include/tesra_common.h ${examples}
+            CHANGELOG.md
         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} VERBATIM)
     add_custom_target(man_pages ALL DEPENDS ${pages})
     install(FILES ${pages} COMPONENT development DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)

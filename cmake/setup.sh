@@ -11,9 +11,9 @@ build_dependencies() {
 }
 
 # What the other jobs need beyond that, in this one place.
-packages_lint=(clang clang-format clang-tidy)
+packages_lint=(clang clang-format clang-tidy mandoc)
 packages_fuzz=(clang libclang-rt-dev)
-packages_bench=(libbenchmark-dev valgrind pkgconf libgnutls28-dev nettle-dev gnuplot-nox)
+packages_bench=(libbenchmark-dev valgrind pkgconf libgnutls28-dev gnuplot-nox)
 packages_aarch64=(googletest g++-aarch64-linux-gnu qemu-user libssl-dev:arm64 libstdc++6:arm64)
 packages_packages=(build-essential debhelper lintian "${packages_aarch64[@]}")
 

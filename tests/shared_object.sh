@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What no tool reads off a shared library and the objects that it is made of:
+# What is read off a shared library and the objects that it is made of:
 # shared_object.sh NEEDED LIBRARY OBJECT...; NEEDED is a pattern of the libraries that it may need.
 set -euo pipefail
 needed=$1 library=$2
@@ -26,4 +26,7 @@ for object; do
     expect_none "no control-flow protection" "$(readelf -nW "$object" |
         grep -qE 'x86 feature: IBT, SHSTK|AArch64 feature: BTI, PAC' || basename "$object")"
 done
+# Newer releases look for the marks on AArch64, too.
+mapfile -t unasked < <(hardening-check --help | grep -oE -- '--no(cf|branch)protection')
+hardening-check --quiet "${unasked[@]}" "$library" || status=1
 exit $status
