@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """What the tool shows of real certificates is what an independent reader finds in them.
 
-bundle.py BUNDLE TOOL...
+bundle.py BUNDLE TOOL
 """
 import json
 import re
@@ -36,10 +36,10 @@ def texts(pem):
     return found
 
 
-bundle, *tool = sys.argv[1:]
+bundle, tool = sys.argv[1:]
 with open(bundle, "rb") as file:
     blocks = re.findall(b"-----BEGIN CERT.*?-----END [^\n]*\n", file.read(), re.S)
-shown = json.loads(subprocess.check_output([*tool, "show", "--json", bundle]))
+shown = json.loads(subprocess.check_output([tool, "show", "--json", bundle]))
 differing = [(texts(pem), cert) for pem, cert in zip(blocks, shown) if texts(pem) != cert]
 print(f"{len(blocks)} certificates, {len(shown)} shown, differing: {differing}")
 sys.exit(len(blocks) < 100 or len(shown) != len(blocks) or differing != [])

@@ -21,7 +21,7 @@ thread_local std::string error; // has yet to reach the trace file
 
 void add(const std::string &level, std::string text) {
     int position = 0; // in the library's sources
-    sscanf(text.c_str(), "tesra_%*[a-z_].cpp:%*u:%n", &position);
+    sscanf(text.c_str(), "tesra_%*[a-z_].cpp:%*1[1-9]%*[0-9]:%n", &position);
     text.erase(0, static_cast<size_t>(position));
     if (text.ends_with('\n')) {
         text.pop_back();
@@ -72,8 +72,8 @@ TAKEN_OVER [[gnu::format(printf, 3, 4)]] int platform_log_write(int level, int c
     vsnprintf(buffer, sizeof buffer, format, args);
     va_end(args);
     std::string text = buffer;
-    const size_t at = text.find("[0x");
-    if (at != std::string::npos) {
+    if (strstr(format, "%p") != nullptr) {
+        const size_t at = text.find("[0x");
         size_t digits = 0;
         taken.pointer = std::stoull(text.substr(at + 1), &digits, 16);
         text.replace(at + 1, digits, "PTR");
