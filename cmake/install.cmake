@@ -53,7 +53,7 @@ if(Python3_FOUND)
     list(TRANSFORM functions PREPEND ${PROJECT_BINARY_DIR}/man/ OUTPUT_VARIABLE pages)
     list(TRANSFORM pages APPEND .3)
     file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
-    file(GLOB examples CONFIGURE_DEPENDS libtesra_common/examples/*.c)
+    file(GLOB examples libtesra_common/examples/*.c)
     add_custom_command(OUTPUT ${pages}
         COMMAND Python3::Interpreter libtesra_common/man_pages.py
             libtesra_common/include/tesra_common.h libtesra_common/examples ${PROJECT_VERSION}
