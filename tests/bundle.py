@@ -4,6 +4,7 @@
 bundle.py BUNDLE TOOL
 """
 import json
+import pathlib
 import re
 import subprocess
 import sys
@@ -27,8 +28,11 @@ def time(moment):
 
 def texts(pem):
     cert = x509.load_pem_x509_certificate(pem)
-    found = {"serial_number": str(cert.serial_number), "not_before": time(cert.not_valid_before),
-             "not_after": time(cert.not_valid_after)}
+    # Later releases have times that know their zone, and no others.
+    start, end = (getattr(cert, f"not_valid_{which}_utc", None) or
+                  getattr(cert, f"not_valid_{which}") for which in ("before", "after"))
+    found = {"serial_number": str(cert.serial_number), "not_before": time(start),
+             "not_after": time(end)}
     for side, name in ("issuer", cert.issuer), ("subject", cert.subject):
         for field, oid in ATTRIBUTES.items():
             values = name.get_attributes_for_oid(oid)
@@ -37,9 +41,10 @@ def texts(pem):
 
 
 bundle, tool = sys.argv[1:]
-with open(bundle, "rb") as file:
-    blocks = re.findall(b"-----BEGIN CERT.*?-----END [^\n]*\n", file.read(), re.S)
-shown = json.loads(subprocess.check_output([tool, "show", "--json", bundle]))
+if not pathlib.Path(bundle).exists():
+    sys.exit(f"{bundle} is missing: package ca-certificates makes it")
+blocks = re.findall(b"-----BEGIN CERT.*?-----END [^\n]*\n", pathlib.Path(bundle).read_bytes(), re.S)
+shown = json.loads(subprocess.check_output([tool, "show", "--json", bundle]))[0]["certificates"]
 differing = [(texts(pem), cert) for pem, cert in zip(blocks, shown) if texts(pem) != cert]
 print(f"{len(blocks)} certificates, {len(shown)} shown, differing: {differing}")
 sys.exit(len(blocks) < 100 or len(shown) != len(blocks) or differing != [])

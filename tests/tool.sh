@@ -2,15 +2,20 @@
 # What the tool prints, and whether its commands agree with each other: tool.sh TOOL..., the command
 # that runs the tool. What stands in front of the tool is an emulator, and slow.
 set -uo pipefail
-tool=("$@") failed=0 most=$(($# > 1 ? 3 : 150))
+tool=("$@") failed=0 limit=$(($# > 1 ? 3 : 150))
 tests=$(dirname "$(realpath "${BASH_SOURCE[0]}")")
-cd "$(mktemp -d)" || exit
-trap 'rm -r "$PWD"' EXIT
-unset PLATFORM_LOG_STDERR
+folder=$(mktemp -d)
+cd "$folder" || exit
+trap 'rm -r "$folder"' EXIT
+unset PLATFORM_LOG_STDERR OPENSSL_CONF
 cp "$tests/../samples/chain.pem" .
-openssl x509 -in chain.pem -outform DER -out chain.der
+csplit -sz -f cert chain.pem /BEGIN/ '{*}'
+for number in 0 1 2; do
+    openssl x509 -in cert0$number -outform DER >>chain.der
+    openssl x509 -in cert0$number -trustout -addtrust serverAuth >>trusted.pem
+done
 openssl req -x509 -newkey ed25519 -nodes -keyout key.pem -out evil.pem -utf8 \
-    -subj $'/CN=a\x1B[31m\\\\\n\xC2\x9B\xE2\x80\xAE\xC3\xBCz' 2>log
+    -subj $'/CN=a\x1B[31m\\\\\n\xC2\x9B\xE2\x81\xA6\xE2\x80\x8B\xEF\xBB\xBF\xF3\xA0\x81\x81\xC3\xBCz' 2>log
 
 T() { "${tool[@]}" "$@"; }
 
@@ -22,68 +27,139 @@ row() { # command, exit status, output with standard error
     failed=1
 }
 
-# As many certificates as can be read by position have a position in check. If they are a chain,
-# count says so, and show prints the same of all at once; if not, count refuses in check's words.
+# As many certificates as the library reads by position have a position in check. If they are a
+# chain, count says so, and show prints the same of all at once; if not, count says what check does.
 agree() { # file
-    local by_position='' text at=0
-    while [ "$at" -lt "$most" ] && text=$(T show --index "$at" "$1" 2>&1); do
+    local by_position='' text at=0 checked
+    while [ "$at" -lt "$limit" ] && text=$(T show --index "$at" "$1" 2>&1); do
         by_position+=${by_position:+$'\n\n'}$text at=$((at + 1))
     done
-    if T check "$1" >lines; then
-        row "T show $1 | awk -v RS= -v ORS='\n\n' 'NR <= $most'" 0 "$by_position"
-        row "T count $1" 0 "$(tail -n 1 lines | sed -E 's/.*: ([0-9]+) cert.*, ends .*/\1/')"
+    if checked=$(T check "$1"); then
+        row "T show $1 | awk -v RS= -v ORS='\n\n' 'NR <= $limit'" 0 "$by_position"
+        row "T count $1" 0 "$(sed -nE '$s/.*: ([0-9]+) cert.*, ends .*/\1/p' <<<"$checked")"
     else
-        row "T count $1" 1 "tesra: $(tail -n 1 lines)"
+        row "T count $1" 1 "tesra: $(tail -n 1 <<<"$checked")"
     fi
-    row "grep -m $most -c ', position ' lines; true" 0 "$at"
+    row "grep -m $limit -c ', position ' <<<'${checked//\'/}'; true" 0 "$at"
 }
 
-# What the command prints is refused; a command that the verdict names makes a chain of it.
-refused() { # command, start of the verdict
+for file in "$tests"/chains/*.pem; do agree "$file"; done
+[ ! -e /etc/ssl/certs/ca-certificates.crt ] || agree /etc/ssl/certs/ca-certificates.crt
+
+# How the last line begins that check says of what a command prints, after the file's name.
+says() { # command, exit status, start of the line
     eval "$1" >FILE 2>log
-    agree FILE
-    row "T check FILE | tail -n 1 | cut -c 6-$((5 + ${#2}))" 1 "$2"
-    [[ $(tail -n 1 lines) != *CHAIN* ]] || row "$(sed 's/.*: //' lines); T count CHAIN >log" 0 ""
+    row "T check FILE | tail -n 1 | cut -c 6-$((5 + ${#3})); exit \${PIPESTATUS[0]}" "$2" "$3"
 }
 
-for file in "$tests"/chains/*.pem /etc/ssl/certs/ca-certificates.crt; do agree "$file"; done
-refused "cat chain.pem; echo" "45: 1 byte follows the last certificate's END line (a blank line)"
-refused "cat chain.pem key.pem" "45: PRIVATE KEY follows the last certificate"
-refused "head -c 1500 chain.pem" "14: CERTIFICATE: cut off"
-refused "sed '16s/^./!/' chain.pem" "14: CERTIFICATE: what stands between"
-refused "sed '15s/^M/A/' chain.pem" "14: CERTIFICATE: no certificate in its Base64"
-refused "sed '29{N;s/\\n//}' chain.pem" "14: CERTIFICATE: no END line of its own"
-refused "sed '2i Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,$(printf %032d 0)\n' chain.pem" \
-    "1: CERTIFICATE: encrypted"
-refused "sed 's/^/ /' chain.pem" "1: a BEGIN line is passed over"
-refused "iconv -f UTF-8 -t UTF-16 chain.pem" " UTF-16"
-refused "cat chain.der" " DER, not PEM"
-refused "openssl crl2pkcs7 -nocrl -certfile chain.pem -outform DER" " PKCS#7 in DER"
-refused "cat key.pem" " a key alone"
-refused ":" " empty"
+# The command that the verdict names makes a chain with that many certificates.
+converts() { # command, start of the verdict, number
+    local verdict
+    rm -f CHAIN
+    says "$1" 1 " $2. Convert it: "
+    verdict=$(T check FILE | tail -n 1)
+    row "{ ${verdict#*. Convert it: }; } >log 2>&1; T count CHAIN" 0 "$3"
+}
 
-row "sed -E 's/[0-9]{4}(.{8}Z)/9999\\1/' chain.der | openssl x509 | T check | grep -o 'line.*'" \
-    0 "line 1: the start of its validity is a time that cannot be printed"
+passed="blocks with certificates that the library passes over"
+converts "cat chain.der" "3 certificates in DER, not PEM" 3
+converts "cat trusted.pem key.pem" "3 $passed" 3
+converts "openssl crl2pkcs7 -nocrl -certfile chain.pem" "1 ${passed/s/}" 3
+converts "openssl crl2pkcs7 -nocrl -certfile chain.pem -outform DER" "PKCS#7 in DER" 3
+converts "openssl pkcs12 -export -nokeys -in chain.pem -passout pass:" "PKCS#12" 3
+converts "iconv -t UTF-16LE chain.pem" "UTF-16LE" 3
+converts "iconv -t UTF-16BE chain.pem" "UTF-16BE" 3
+converts "base64 -w0 chain.pem" "PEM in Base64" 3
+converts "openssl x509 -in chain.pem -outform DER | base64" \
+    "Base64 of 1 certificate without BEGIN and END lines" 1
+says "grep -v -e ---- chain.pem" 1 " Base64 of 3 certificates without BEGIN and END lines. Put them"
+says "cat trusted.pem FILE" 1 " 3 $passed. Convert it"
+says "openssl crl2pkcs7 -nocrl -certfile chain.pem | cat trusted.pem -" 1 " 4 $passed. Convert each"
+says "sed s/CERTIFICATE/certificate/ chain.pem" 1 " 3 $passed. Write CERTIFICATE in"
+says "cat key.pem" 1 " no certificate in it, only PRIVATE KEY. Take the file"
+says "echo '<html>'" 1 " no PEM block in it. file(1)"
+says ":" 1 " empty, where a chain holds one certificate or more"
+
+# Lines that look like part of a block: what is wrong with them, or why no block uses them.
+says "sed 29d chain.pem" 0 " 2 certificates, ends cleanly; line 29: a BEGIN line without an END line"
+says "sed 30d chain.pem" 1 "30: Base64 without a BEGIN line before it; line 43: an END line without its"
+says "sed '14d; 29d' chain.pem" 0 " 2 certificates, ends cleanly; line 14: Base64 without a BEGIN"
+says "sed '14s/^/\x00/' chain.pem" 0 ' 2 certificates, ends cleanly; line 14: a BEGIN line with "\u{0}" in'
+says "sed '1s/^/\xEF\xBB\xBF\xEF\xBB\xBF/; 44s/^/> /' chain.pem" 1 \
+    '44: an END line with "> " in front (CERTIFICATE of line 30); the library reads no further;'\
+' line 1: a BEGIN line with "\u{FEFF}\u{FEFF}" in front;'
+says "sed '30s/-$//' chain.pem" 1 "30: a BEGIN line with 5 and 4 dashes in place of 5 and 5; line 44:"
+says "sed '29{N;s/\n//}' chain.pem" 1 '29: an END line with "BEGIN CERTIFICATE-----" after its dashes'
+says "sed '30s/BEGIN/begin/' chain.pem" 1 "30: a BEGIN line in lower case"
+says "head -n 43 chain.pem; printf %s '-----END CERT'" 1 "44: an END line cut off at the end of the file"
+says "sed '13a # -----BEGIN CERTIFICATE----- is next' chain.pem; echo" 1 '46: 1 byte ("\u{A}") after'
+says "for i in {1..99}; do sed 2q chain.pem; done" 1 "3: a BEGIN line without an END line before it"
+says "yes ' -----BEGIN A-----' | head -n 999; cat chain.pem" 0 \
+    ' 3 certificates, ends cleanly; line 1: a BEGIN line with " " in front; line 2: a BEGIN line with'\
+' " " in front; line 3: a BEGIN line with " " in front; and 996 more faults'
+
+# The first wrong line of a block, in the file's numbers though libcrypto cuts the long line 15.
+says "sed -z 's/\n/&!/19; s/\n//15; s/\n//15; s/\n//15; s/\n//15' chain.pem" 1 "16: "
+says "sed '20s/.*//' chain.pem" 1 "20: a blank line (CERTIFICATE of line 14); the library reads no"
+says "sed '20s/.$/=/' chain.pem" 1 "20: padding before the end of the Base64"
+says "sed '13s/ATE/AT/' chain.pem" 1 '13: an END line without its BEGIN line: "-----END CERTIFICAT-----"'
+says "head -c 1500 chain.pem" 1 "25: cut off, without an END line"
+says "sed G chain.pem" 1 "4: a blank line (CERTIFICATE of line 1); the library reads no further; line 30:"
+says "sed '2i Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,0\n' chain.pem" 1 "1: encrypted"
+row "sed '29s/$/\xC2\xA0/' chain.pem | T check | grep -c '29: .*u{A0}\" a'" 0 2
+
+# What libcrypto says where no line is wrong, and the library where a certificate has no record.
+says "sed 20d chain.pem" 1 "14: unreadable (libcrypto: too long, Type=X509) (CERTIFICATE of line 14); the"
+row "tail -n 1 <<<\"\$(sed 20d chain.pem | T check)\" | grep -o 'Copy it again.'" 0 "Copy it again."
+says "sed '15s/^M/A/' chain.pem" 1 "14: unreadable (libcrypto: wrong tag, Type=X509)"
+says "cat $tests/records/unusable-fields.pem" 0 " 14 certificates, ends cleanly; line 1: Failed to\
+ convert ASN.1 time to string, Failed to convert not_before time; line 11:"
+row "cd $tests/records; T show --index -1 unusable-fields.pem" 1 "tesra: unusable-fields.pem:131: \
+position 13: Invalid entry length(0) for NID:13, Failed to get subject common name"
+
+# What follows the last certificate.
+says "cat chain.pem; sed '1,15d; 29,\$d' chain.pem" 1 '45: 809 bytes ("DAYDVQQIDAVUaXJv'
+says "cat chain.pem key.pem" 1 "45: PRIVATE KEY after the last certificate, where the library looks"
+says "cat chain.pem; printf -- '-----BEGIN PGP A-----\n\nAA=A\n-----END PGP A-----\n'" 1 "45: no PEM, but PGP"
+
+# For programs.
+row "head -n 2 chain.pem | T check --json - nope 2>log | tr -d ' \n'" 1 \
+    '[{"file":"-","error":null,"count":0,"verdict":"standardinput:2:cutoff,withoutanENDline'\
+'(CERTIFICATEofline1);thelibraryreadsnofurther","remedy":"Copyitagain.","findings":[{"first_line":1,'\
+'"last_line":2,"kind":"CERTIFICATE","reached":true,"position":null,"subject":null,"not_after":null,'\
+'"fault_line":2,"fault":"cutoff,withoutanENDline","remedy":"Copyitagain."}]},{"file":"nope",'\
+'"error":"nope:Nosuchfileordirectory"}]'
+row "sed '14s/CERT/\xFF/; 29s/CERT/\xFF/; 16s/./!/' chain.pem | T check --json |
+    grep -oE '\"(kind|reached|position)\": [^,]*' | cut -d ' ' -f 2 | paste -sd ' '" 1 \
+    '"CERTIFICATE" true 0 "\ufffdIFICATE" true null "CERTIFICATE" false null'
+row "T show --json chain.pem - <evil.pem | grep -cE 'serial|file'" 0 6
+
+# Files and standard input.
 row "T count chain.pem 'a\\b' chain.pem" 1 \
     $'chain.pem:3\ntesra: a\\\\b: No such file or directory\nchain.pem:3'
+row "for name in '[x]' '[]' ++ -- -x; do cp chain.pem ./\$name; done; T count '[x]' '[]' ++ -- --" 0 \
+    $'[x]:3\n[]:3\n++:3\n--:3'
+row "truncate -s 2G huge; T count huge chain.pem" 1 $'tesra: huge: 2 GiB or larger\nchain.pem:3'
 row "T count chain.pem >/dev/full" 1 "tesra: standard output: cannot be written"
 row "T show --index 1 evil.pem" 1 "tesra: evil.pem: no certificate at position 1; the last is at 0"
-row "T show --json chain.pem - <evil.pem | grep -cE 'serial|file'" 0 6
-row "T show evil.pem | tail -n 1" 0 '  Subject common name a\u{1B}[31m\\\u{A}\u{9B}\u{202E}üz'
-row "T check evil.pem | grep -o ': a.*z'" 0 ': a\u{1B}[31m\\\u{A}\u{9B}\u{202E}üz'
-row "T check --json evil.pem | grep -o '\"a.*z'" 0 '"a\u001b[31m\\\n\u009b\u202e\u00fcz'
-row "T show evil.pem --log info 2>&1 >log | grep -cF 'name [a\u{1B}[31m\\\\\u{A}\u{9B}'" 0 2
+row "T show evil.pem | tail -n 1" 0 '  subject_common_name a\u{1B}[31m\\\u{A}\u{9B}\u{2066}\u{200B}\u{FEFF}\u{E0041}üz'
+row "T check --json evil.pem | grep -o '\"a.*z'" 0 '"a\u001b[31m\\\n\u009b\u2066\u200b\ufeff\udb40\udc41\u00fcz'
+row "T show evil.pem --index 0 --log info 2>&1 >log | grep -cF 'name [a\u{1B}[31m\\\\\u{A}\u{9B}'" 0 2
+row "T count key.pem --log=2 2>&1 | grep -c tesra_" 1 2
+row "PLATFORM_LOG_STDERR=3 T base64 decode --lenient <<<'QUI=' |& sed s/:[0-9]*:/:NN:/" 0 \
+    $'tesra: warning: tesra_enc_dec.cpp:NN:Removed 1 trailing whitespaces\nAB'
 row "base64 -w 9 chain.der | T base64 decode | T hex encode | T hex decode | cmp chain.der" 0 ""
 row "T base64 encode; T hex encode" 0 ""
-row "echo QUI | T base64 decode 2>&1 | grep -o ' 3.*'" 1 " 3 characters, no multiple of 4"
-row "echo 0x68 | T hex decode" 1 'tesra: standard input: not hexadecimal text: byte 2 is "x"'
+row "for text in QQ==QQ== =QQQ QU=D ==== QUI; do T base64 decode <<<\$text; done |& cut -c 41-" 1 \
+    $'character 3 is "="\ncharacter 1 is "="\ncharacter 3 is "="\ncharacter 1 is "="\n3 characters,'\
+' no multiple of 4'
+row "echo 0x68 | T hex decode" 1 'tesra: standard input: not hexadecimal text: character 2 is "x"'
 row "echo 1G | T hex decode --lenient | T dump --label l" 0 'l 0000: 01 '
-row "T bogus" 2 "tesra: bogus: no such command"
+row "T dump --label \$(printf %072d 0) chain.pem" 2 "tesra: --label: at most 71 bytes leave the lines whole"
+row "T bogus" 2 "tesra: bogus: no such command; \"tesra help\" lists them"
+row "T count --json" 2 "tesra: count: not with such an option"
+row "T show --index 1x" 2 "tesra: --index: must be a position from 0, or -1 for the last one"
 row "T --log 5 count" 2 "tesra: --log: must be 2 (error), 3 (warning), 4 (info) or 11 (debug)"
 row "T trace \$'two\nlines'" 2 "tesra: MESSAGE: must be one line of at most 400 bytes"
-row "diff <(T help hex decode) <(T hex decode --help) && T -V" 0 9.9.9
-# The daemon's file has no line of this minute and the tool's process.
-# shellcheck disable=SC2016 # expanded when the row runs
-row '"${tool[@]}" count key.pem >log 2>&1 & wait $!; now=$(date +%FT%H:%M)
-    grep -s "^$now.*\[$!\]" /var/log/miraxlog; true' 0 ""
+row "diff <(T help) <(POSIXLY_CORRECT=1 T count --log 2 --help) && T -V" 0 9.9.9
 exit "$failed"

@@ -1,166 +1,181 @@
 #include "chain.h"
 
-#include <openssl/bio.h>
+#include "reports.h"
+
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
 #include <algorithm>
-#include <new>
-#include <optional>
-#include <string_view>
 
 namespace {
 
 using bio_ptr = std::unique_ptr<BIO, decltype([](BIO *bio) { BIO_free_all(bio); })>;
 
-constexpr std::string_view begin_mark = "-----BEGIN ";
-constexpr std::string_view end_mark = "-----END ";
-constexpr std::string_view dashes = "-----";
-
-// The line at the start of the text. libcrypto takes a longer one for several.
-std::string_view next_line(std::string_view text) {
-    const std::string_view most = text.substr(0, 254);
-    return most.substr(0, std::min(most.find('\n'), most.size() - 1) + 1);
-}
-
-std::string_view without_byte_order_mark(std::string_view line) {
-    return line.starts_with("\xEF\xBB\xBF") ? line.substr(3) : line;
-}
-
-// What a BEGIN line names, as far as C functions see it; nothing if the line is none.
-std::optional<std::string_view> kind_of(std::string_view line) {
-    while (!line.empty() && line.back() <= ' ') {
-        line.remove_suffix(1);
-    }
-    const size_t around = begin_mark.size() + dashes.size();
-    if (line.size() < around || !line.starts_with(begin_mark) || !line.ends_with(dashes)) {
-        return std::nullopt;
-    }
-    const std::string_view kind = line.substr(begin_mark.size(), line.size() - around);
-    return kind.substr(0, kind.find('\0'));
-}
-
-// Where the first BEGIN line stands from `start` on, or the text's end. A byte order mark is passed
-// over where a read starts, and nowhere else.
-size_t find_begin_line(std::string_view text, size_t start) {
-    for (size_t at = start; at < text.size(); at += next_line(text.substr(at)).size()) {
-        const std::string_view line = next_line(text.substr(at));
-        if (kind_of(at == start ? without_byte_order_mark(line) : line)) {
-            return at;
-        }
-    }
-    return text.size();
-}
-
-size_t line_breaks(std::string_view text, size_t from, size_t to) {
-    return static_cast<size_t>(std::count(text.begin() + static_cast<ptrdiff_t>(from),
-                                          text.begin() + static_cast<ptrdiff_t>(to), '\n'));
+bio_ptr reader_of(std::string_view text) {
+    return bio_ptr(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
 }
 
 // Reads up to the end of the next block.
-bool read_block(BIO *bio) {
+bool read_block(BIO *bio, std::string &kind, std::string &content) {
     char *name = nullptr;
     char *header = nullptr;
     unsigned char *data = nullptr;
     long length = 0;
-    ERR_clear_error();
     const bool is_read = PEM_read_bio(bio, &name, &header, &data, &length) == 1;
+    kind = is_read ? name : "";
+    content.assign(reinterpret_cast<char *>(data), is_read ? static_cast<size_t>(length) : 0);
     OPENSSL_free(name);
     OPENSSL_free(header);
     OPENSSL_free(data);
     return is_read;
 }
 
-void explain_unreadable(pem_block &block, std::string_view text) {
-    const int reason = ERR_GET_REASON(ERR_peek_last_error());
-    const std::string_view own = text.substr(block.begin, block.end - block.begin);
-    const bool has_end = own.find("\n" + std::string(end_mark)) != std::string_view::npos;
-    block.state = pem_block::unreadable;
-    block.remedy = "Copy it anew.";
-    if (own.find(begin_mark, begin_mark.size()) != std::string_view::npos) {
-        block.fault = "no END line of its own before the next BEGIN line";
-        block.remedy = "Put a line break between the two, or the END line that is missing.";
-    } else if (!has_end && block.end == text.size()) {
-        block.fault = "cut off, without an END line";
-    } else if (has_end && reason == PEM_R_BAD_END_LINE) {
-        block.fault = "its END line does not fit its BEGIN line";
-        block.remedy = "Correct it.";
-    } else {
-        block.fault = "what stands between its BEGIN and END lines is not Base64";
-    }
+size_t line_breaks(std::string_view text) {
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-// A BEGIN line that is overlooked behind the start of one block and in front of the next.
-void add_hidden(std::vector<pem_block> &blocks, std::string_view text, const pem_block &before,
-                size_t next_begin) {
-    const size_t from = before.end == 0 ? 0 : before.begin + begin_mark.size();
-    const size_t at = text.substr(0, next_begin).find(begin_mark, from);
-    if (at == std::string_view::npos) {
-        return;
+// Why a block cannot be read. Libcrypto's first error is the cause, and a later one names the
+// field, where there is one.
+line_fault explain_unread(const finding &seen, std::string_view block, bool is_pem) {
+    std::string reason;
+    std::string field;
+    const char *data = "";
+    ERR_clear_error();
+    X509_free(PEM_read_bio_X509(reader_of(block).get(), nullptr, nullptr, nullptr));
+    while (const auto code = ERR_get_error_all(nullptr, nullptr, nullptr, &data, nullptr)) {
+        const char *const text = ERR_reason_error_string(code);
+        reason = reason.empty() && text != nullptr ? text : reason;
+        field = field.empty() && *data != '\0' ? std::string(", ") + data : field;
     }
-    pem_block block;
-    block.state = pem_block::hidden;
-    block.begin = block.end = at;
-    block.first_line = before.first_line + line_breaks(text, before.begin, at);
-    block.last_line = block.first_line;
-    if (at > 0 && text[at - 1] == '\n') {
-        block.fault = "a BEGIN line is passed over, for no END line stands in front of it";
-        block.remedy = "Put the END line there.";
-    } else {
-        block.fault = "a BEGIN line is passed over, for it does not stand at the start of its line";
-        block.remedy = "Put it there.";
+    if (block.find("ENCRYPTED") != block.npos) {
+        return {seen.first_line, "encrypted", "Put the certificate as it is; it is no secret."};
     }
-    blocks.push_back(block);
+    if (block.find("\n-----END ") == block.npos) {
+        return {seen.last_line, "cut off, without an END line", "Copy it again."};
+    }
+    const bool is_cut = !is_pem || (reason == "too long" && field == ", Type=X509");
+    return {seen.first_line, "unreadable (libcrypto: " + reason + field + ')',
+            is_cut ? "Copy it again." : "It is whole, so ask whoever made it."};
+}
+
+// Finds out what becomes of a block, and what is wrong with it where its lines do not tell.
+void examine(finding &seen, std::string_view block, bool is_pem, std::string_view content) {
+    const bool claims_certificate =
+        seen.kind == PEM_STRING_X509 || seen.kind == PEM_STRING_X509_OLD;
+    if (is_pem && claims_certificate) {
+        kept_errors errors;
+        seen.texts = texts_of(block, 0);
+        seen.is_certificate = !seen.texts.empty() || count_certificates(block) == 1;
+        // As the daemon's log has them, but for those that tell of no failure, or of all that
+        // failed.
+        std::erase_if(errors.texts, [](const auto &text) { return text.starts_with("Entry not"); });
+        errors.texts.resize(2);
+        if (seen.is_certificate && seen.texts.empty()) {
+            seen.fault = {seen.first_line, errors.texts[0] + ", " + errors.texts[1], ""};
+        }
+    }
+    seen.is_read = is_pem && seen.is_certificate == claims_certificate;
+    seen.holds_certificates =
+        is_pem && !claims_certificate && (seen.is_cms() || count_der(content) > 0);
+    if (seen.kind.starts_with("PGP ")) {
+        seen.fault = {seen.first_line, "no PEM, but PGP", "Remove it."};
+    } else if (is_pem && !claims_certificate) {
+        seen.fault = {seen.first_line,
+                      seen.holds_certificates ? "passed over with its certificates" : "", ""};
+    } else if (!seen.is_read && seen.fault.text.empty()) {
+        seen.fault = explain_unread(seen, block, is_pem);
+    }
 }
 
 } // namespace
 
-std::vector<pem_block> read_blocks(const input &chain) {
+bool finding::is_cms() const {
+    return kind.find("PKCS") != kind.npos || kind == PEM_STRING_CMS;
+}
+
+uint32_t count_certificates(std::string_view chain) {
+    return tesra_get_cert_count(chain.data(), static_cast<uint32_t>(chain.size()));
+}
+
+std::vector<std::string> texts_of(std::string_view chain, int index) {
+    const auto size = static_cast<uint32_t>(chain.size());
+    tesra_cert_data *const record = tesra_get_cert_data(chain.data(), size, index);
+    if (record == nullptr) {
+        return {};
+    }
+    auto *const texts = reinterpret_cast<char **>(record);
+    const std::vector<std::string> copies(texts, texts + sizeof *record / sizeof *texts);
+    tesra_free_cert_data(record);
+    return copies;
+}
+
+size_t count_der(std::string_view bytes) {
+    const auto *at = reinterpret_cast<const unsigned char *>(bytes.data());
+    const auto *const end = at + bytes.size();
+    size_t count = 0;
+    while (X509 *const cert = d2i_X509(nullptr, &at, end - at)) {
+        X509_free(cert);
+        ++count;
+    }
+    return count;
+}
+
+std::vector<finding> read_chain(const input &chain) {
     const std::string_view text = chain.bytes;
-    const bio_ptr bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
-    if (bio == nullptr) {
-        throw std::bad_alloc();
-    }
-    std::vector<pem_block> blocks;
-    pem_block before;
-    for (size_t end = 0; end < text.size();) {
-        const size_t start = end;
-        const bool is_read = read_block(bio.get());
+    const bio_ptr bio = reader_of(text);
+    const std::vector<marker_line> markers = find_marker_lines(text);
+    auto marker = markers.begin();
+    std::vector<finding> findings;
+    constexpr size_t none = SIZE_MAX;
+    size_t open = none; // the block that libcrypto gave up before its END line
+    bool is_reached = true;
+    int positions = 0;
+    std::string kind;
+    std::string content;
+    for (size_t start = 0, end = 0; end < text.size(); start = end) {
+        const bool is_pem = read_block(bio.get(), kind, content);
         end = text.size() - BIO_ctrl_pending(bio.get());
-        const size_t begin = find_begin_line(text.substr(0, end), start);
-        add_hidden(blocks, text, before, begin);
-        if (begin == end) {
-            break;
+        size_t block = none;
+        for (; marker != markers.end() && marker->begin < end; ++marker) {
+            const size_t line = marker->fault.line;
+            const bool is_end = marker->is_good && !marker->is_begin;
+            const bool is_last = block != none && !marker->is_begin && marker->end >= end;
+            // A byte order mark is passed over where a read starts, and nowhere else.
+            const bool opens = marker->is_begin &&
+                               (marker->is_good || (marker->has_mark && marker->begin == start));
+            if (block == none && opens) {
+                block = findings.size();
+                open = is_pem ? none : block;
+                findings.push_back(
+                    {marker->begin, end, line, line, marker->kind,
+                     first_wrong_line(text.substr(marker->begin, end - marker->begin), line,
+                                      is_pem)});
+            } else if (is_last && (is_pem || (is_end && marker->kind == findings[block].kind))) {
+                open = none;
+            } else if (block != none && !is_pem && findings[block].fault.text.empty()) {
+                findings[block].fault = marker->fault;
+                open = is_last ? none : open;
+            } else if (block == none && open != none && is_end) {
+                findings[open].last_line = line;
+                open = none;
+            } else if (block == none || !marker->is_base64) {
+                findings.push_back({0, 0, line, line, "", marker->fault});
+            }
         }
-        pem_block block;
-        block.begin = begin;
-        block.end = end;
-        block.first_line = before.first_line + line_breaks(text, before.begin, begin);
-        block.last_line = block.first_line + line_breaks(text, begin, end - 1);
-        block.kind = kind_of(without_byte_order_mark(next_line(text.substr(begin)))).value_or("");
-        if (!is_read) {
-            explain_unreadable(block, text);
+        if (block == none && is_pem) {
+            // libcrypto takes a line of more than 254 bytes for several, and found it within one.
+            block = findings.size();
+            const size_t line = line_breaks(text.substr(0, start)) + 1;
+            findings.push_back({start, end, line, line, kind});
         }
-        blocks.push_back(block);
-        before = block;
+        if (block != none) {
+            finding &seen = findings[block];
+            seen.last_line += line_breaks(text.substr(seen.begin, end - 1 - seen.begin));
+            examine(seen, text.substr(seen.begin, end - seen.begin), is_pem, content);
+            seen.is_reached = is_reached;
+            seen.position = is_reached && seen.is_certificate ? positions++ : -1;
+            is_reached = is_reached && seen.is_read;
+        }
     }
-    return blocks;
-}
-
-bool is_certificate(const pem_block &block) {
-    return block.kind == PEM_STRING_X509 || block.kind == PEM_STRING_X509_OLD;
-}
-
-uint32_t count_certificates(const input &chain) {
-    return tesra_get_cert_count(chain.bytes.data(), chain.length());
-}
-
-record_ptr read_certificate(const input &chain, const pem_block &block) {
-    return record_ptr(tesra_get_cert_data(chain.bytes.data() + block.begin,
-                                          static_cast<uint32_t>(block.end - block.begin), 0));
-}
-
-bool counts(const input &chain, const pem_block &block) {
-    return tesra_get_cert_count(chain.bytes.data() + block.begin,
-                                static_cast<uint32_t>(block.end - block.begin)) == 1;
+    return findings;
 }

@@ -1,48 +1,37 @@
-// The PEM blocks of a chain, and what the library reads from them.
+// What a chain holds: its PEM blocks, as libcrypto and the library read them, and the lines that
+// look like part of a block and are not.
 #pragma once
 
 #include "input.h"
+#include "lines.h"
 
 #include <tesra_common.h>
 
-#include <memory>
-#include <string>
-#include <vector>
-
-struct free_record {
-    void operator()(tesra_cert_data *data) const {
-        tesra_free_cert_data(data);
-    }
-};
-using record_ptr = std::unique_ptr<tesra_cert_data, free_record>;
-
-struct pem_block {
-    enum {
-        readable,
-        unreadable,
-        hidden, // a BEGIN line that nobody sees, since it does not stand at the start of a line
-    } state = readable;
-    size_t begin = 0;      // of its BEGIN line
-    size_t end = 0;        // behind its END line
-    size_t first_line = 1; // from 1
+struct finding {
+    size_t begin = 0; // of a block's BEGIN line, in the text
+    size_t end = 0;   // after the last line that libcrypto reads of it
+    size_t first_line = 1;
     size_t last_line = 1;
-    std::string kind;   // as its BEGIN line names it
-    std::string fault;  // what is wrong with it, or empty
-    std::string remedy; // what to do about that
+    std::string kind = {}; // as the BEGIN line names it; none, of a line that is no block
+    line_fault fault = {};
+    bool is_read = true;                 // the library stops at what it cannot read
+    bool is_reached = true;              // it has not stopped before
+    bool is_certificate = false;         // that the library counts
+    bool holds_certificates = false;     // that the library passes over
+    int position = -1;                   // as a certificate that it reaches
+    std::vector<std::string> texts = {}; // of its record, in order; none, if it has none
+
+    bool is_cms() const; // PKCS#7 goes by several names
 };
 
-// One pass over the text with the reader that the library uses. It goes on behind a block that
+uint32_t count_certificates(std::string_view chain);
+
+// The texts of a certificate's record, in order; none, if it has no record.
+std::vector<std::string> texts_of(std::string_view chain, int index);
+
+// One pass over the text with the reader that the library uses. It goes on after a block that
 // cannot be read, as the library does not.
-std::vector<pem_block> read_blocks(const input &chain);
+std::vector<finding> read_chain(const input &chain);
 
-// Whether the library takes such a block for a certificate; it passes over the others.
-bool is_certificate(const pem_block &block);
-
-uint32_t count_certificates(const input &chain);
-
-// What the library hands out for position 0 of the block's text alone, which is the same as for the
-// block's position in the chain and spares it all the blocks in front. May be null.
-record_ptr read_certificate(const input &chain, const pem_block &block);
-
-// Whether the block's text alone is a chain that the library counts.
-bool counts(const input &chain, const pem_block &block);
+// How many certificates the bytes begin with, one after another.
+size_t count_der(std::string_view bytes);

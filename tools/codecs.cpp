@@ -1,86 +1,89 @@
-#include "codecs.h"
+#include "commands.h"
+
+#include "messages.h"
 
 #include <tesra_common.h>
 
+#include <algorithm>
 #include <iostream>
 
 namespace {
 
-constexpr const char *why = " (--log 2 tells why)";
 constexpr const char *blanks = " \t\n\v\f\r";
-constexpr const char *line_breaks = "\n\r";
-constexpr const char *hex_digits = "0123456789ABCDEFabcdef";
-constexpr const char *base64_characters =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=";
 
-using decoder = decltype(tesra_hex_decode);
+struct encoding {
+    std::string name;
+    decltype(tesra_hex_decode) *decode;
+    const char *characters;
+    size_t padding; // "=" at the end, at most
+    size_t group;
+};
 
-void decode(const input &text, decoder *decode_text, const std::string &form) {
-    uint32_t length = 0;
-    const heap_ptr<uint8_t> bytes(decode_text(text.bytes.data(), text.length(), &length));
-    if (bytes == nullptr) {
-        throw refusal(text.name + ": not " + form + why);
+// The text without the blanks around it and the line breaks within.
+std::string as_one_line(const input &text, const encoding &form) {
+    std::string line = text.bytes.substr(0, text.bytes.find_last_not_of(blanks) + 1);
+    line.erase(0, line.find_first_not_of(blanks));
+    std::erase_if(line, [](char byte) { return byte == '\n' || byte == '\r'; });
+    const std::string refused = text.name + ": not " + form.name + ": ";
+    const size_t end = std::min(line.find_first_not_of(form.characters), line.size());
+    if (line.size() - end > form.padding || line.find_first_not_of('=', end) != line.npos) {
+        throw refusal(refused + "character " + std::to_string(end + 1) + " is \"" +
+                      escaped(line.substr(end, 1)) + '"');
     }
-    std::cout.write(reinterpret_cast<const char *>(bytes.get()), length);
+    if (line.size() % form.group != 0) {
+        throw refusal(refused + counted(line.size(), "character") + ", no multiple of " +
+                      std::to_string(form.group));
+    }
+    return line;
 }
 
-// The text has to be groups of these characters. Blanks around it are passed over, and line breaks
-// wherever they are. An empty text stands for no bytes.
-void decode_lines(const input &text, decoder *decode_text, const std::string &form,
-                  const std::string &characters, size_t group) {
-    input line = text;
-    line.bytes.erase(text.bytes.find_last_not_of(blanks) + 1);
-    const size_t first = std::min(line.bytes.find_first_not_of(blanks), line.bytes.size());
-    const size_t bad = line.bytes.find_first_not_of(characters + line_breaks, first);
-    if (bad != std::string::npos) {
-        throw refusal(text.name + ": not " + form + ": byte " + std::to_string(bad + 1) + " is \"" +
-                      escaped(line.bytes.substr(bad, 1)) + '"');
-    }
-    line.bytes.erase(0, first);
-    std::erase_if(line.bytes, [](char byte) { return byte == '\n' || byte == '\r'; });
-    if (line.bytes.size() % group != 0) {
-        throw refusal(text.name + ": not " + form + ": " + std::to_string(line.bytes.size()) +
-                      " characters, no multiple of " + std::to_string(group));
-    }
-    if (!line.bytes.empty()) {
-        decode(line, decode_text, form);
-    }
+int decode(const command_line &given, const encoding &form) {
+    return for_each_file(given, [&](const input &text, json &) {
+        const std::string line = given.has('e') ? text.bytes : as_one_line(text, form);
+        auto length = static_cast<uint32_t>(line.size());
+        const heap_ptr<uint8_t> bytes(line.empty() ? nullptr
+                                                   : form.decode(line.data(), length, &length));
+        if (bytes == nullptr && !line.empty()) {
+            throw refusal(text.name + ": not " + form.name + " (--log 2 tells why)");
+        }
+        std::cout.write(reinterpret_cast<const char *>(bytes.get()), length);
+    });
+}
+
+int encode(const command_line &given, char *encode_bytes(const input &data)) {
+    return for_each_file(given, [&](const input &data, json &) {
+        const heap_ptr<char> text(data.bytes.empty() ? nullptr : encode_bytes(data));
+        if (text != nullptr) {
+            std::cout << text.get() << '\n';
+        } else if (!data.bytes.empty()) {
+            throw refusal(data.name + ": cannot be encoded (--log 2 tells why)");
+        }
+    });
 }
 
 } // namespace
 
-void base64_encode(const input &data) {
-    if (data.bytes.empty()) {
-        return;
-    }
-    char *text = nullptr;
-    if (tesra_base64_encode(bytes_of(data), data.bytes.size(), &text) != 0) {
-        throw refusal(data.name + ": cannot be encoded" + why);
-    }
-    std::cout << heap_ptr<char>(text).get() << '\n';
+int base64_encode(const command_line &given) {
+    return encode(given, [](const input &data) {
+        char *text = nullptr;
+        tesra_base64_encode(data.data(), data.bytes.size(), &text);
+        return text;
+    });
 }
 
-void base64_decode(const input &text) {
-    decode_lines(text, tesra_base64_decode, "Base64 text", base64_characters, 4);
+int hex_encode(const command_line &given) {
+    return encode(given, [](const input &data) {
+        uint32_t length = 0;
+        return tesra_hex_encode(data.data(), data.length(), &length);
+    });
 }
 
-void hex_encode(const input &data) {
-    if (data.bytes.empty()) {
-        return;
-    }
-    uint32_t length = 0;
-    const heap_ptr<char> text(tesra_hex_encode(bytes_of(data), data.length(), &length));
-    if (text == nullptr) {
-        throw refusal(data.name + ": cannot be encoded" + why);
-    }
-    std::cout << text.get() << '\n';
+int base64_decode(const command_line &given) {
+    return decode(given,
+                  {"Base64 text", tesra_base64_decode,
+                   "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/", 2, 4});
 }
 
-void hex_decode(const input &text, bool lenient) {
-    const std::string form = "hexadecimal text";
-    if (lenient) {
-        decode(text, tesra_hex_decode, form);
-    } else {
-        decode_lines(text, tesra_hex_decode, form, hex_digits, 2);
-    }
+int hex_decode(const command_line &given) {
+    return decode(given, {"hexadecimal text", tesra_hex_decode, "0123456789ABCDEFabcdef", 0, 2});
 }

@@ -1,54 +1,54 @@
-// What the commands have in common: their input, what they throw, and text for a terminal.
+// What a command is given, and what it throws.
 #pragma once
 
-#include <cstdint>
+#include <nlohmann/json.hpp>
+
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
-struct free_block {
-    void operator()(void *block) const {
-        free(block);
-    }
-};
+using json = nlohmann::ordered_json;
+
 template <class type>
-using heap_ptr = std::unique_ptr<type, free_block>;
+using heap_ptr = std::unique_ptr<type, decltype([](void *block) { free(block); })>;
 
 // The input cannot be read or converted: one line for standard error, and exit status 1.
-struct refusal : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
+using refusal = std::runtime_error;
 
 // The command line is wrong: one line for standard error, and exit status 2.
-struct wrong_usage : std::runtime_error {
-    using std::runtime_error::runtime_error;
+using wrong_usage = std::invalid_argument;
+
+struct command_line {
+    std::vector<std::string> words; // after the command's name
+    std::string options;            // the letters of those that are there
+    std::optional<int> index;
+    std::string label;
+
+    bool has(char option) const {
+        return options.find(option) != std::string::npos;
+    }
 };
 
 struct input {
+    std::string path; // as it was given; "-" is standard input
     std::string name; // as it can be shown
     std::string bytes;
 
     uint32_t length() const {
         return static_cast<uint32_t>(bytes.size());
     }
+    const uint8_t *data() const {
+        return reinterpret_cast<const uint8_t *>(bytes.data());
+    }
 };
 
-// The file, or standard input for "-".
-input read_input(const std::string &path);
-
-const uint8_t *bytes_of(const input &data);
-
-// UTF-8 text as it can be shown on a terminal, whoever chose it.
-std::string escaped(std::string_view text);
-
-// Hands over each file, or standard input if there is none, however those before it fared. Returns
-// the exit status: 1 if one could not be read, was refused, or `handle` says that it is not good.
-int for_each_file(const std::vector<std::string> &paths,
-                  const std::function<bool(const input &)> &handle);
-
-// One line on standard error.
-void complain(const std::string &text);
+// Hands over each file that the words name, or standard input, however those before it fared, with
+// an object that --json prints in a list. A file that cannot be read, or that `handle` refuses, is
+// in the list with its error. Returns the exit status: 1 if there is such a file, or one whose
+// "count" is 0.
+int for_each_file(const command_line &given,
+                  const std::function<void(const input &file, json &object)> &handle);

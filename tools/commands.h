@@ -1,0 +1,20 @@
+// The commands. Each returns the exit status.
+#pragma once
+
+#include "input.h"
+
+// The number of certificates in chains, their texts, and what is wrong with them.
+int count(const command_line &given);
+int show(const command_line &given);
+int check(const command_line &given);
+
+// Base64 and hexadecimal text. Empty input gives empty output, which the library refuses to make.
+// The decoders take text that is broken into lines or not, and that stands for its bytes as the
+// encoders write them, in digits of either case; or, with --lenient, what the library takes.
+int base64_encode(const command_line &given);
+int base64_decode(const command_line &given);
+int hex_encode(const command_line &given);
+int hex_decode(const command_line &given);
+
+int dump(const command_line &given);
+int trace(const command_line &given);

@@ -1,0 +1,28 @@
+// What becomes of the library's reports while the tool runs.
+//
+// The platform's log and the trace file belong to the daemon. The tool defines platform_log_write
+// and tesra_trace itself, and the dynamic linker gives the library these in place of the platform's
+// and of its own: what somebody looks at by hand leaves no trace of errors that the daemon never
+// met.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// From now on reports up to this level, given as a number or a name, are shown on standard error.
+void show_reports(const std::string &level);
+
+// While it lives, and there is one at a time, reports are shown nowhere, and the errors among them
+// are kept: the library is asked about parts of the input.
+struct kept_errors {
+    kept_errors();
+    ~kept_errors();
+    std::vector<std::string> texts; // without file, line and line break
+};
+
+// From now on the lines of tesra_dump go to standard output instead of the platform's log.
+void print_dumps();
+
+// From now on the trace file is written. Throws a refusal if that cannot be, which tesra_trace does
+// not tell.
+void write_trace_file();
