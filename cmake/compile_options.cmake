@@ -37,8 +37,8 @@ elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
 endif()
 add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
 
-# A shared object for C programs: written in C++, free of the C++ runtime, and open only where its
-# version script says so.
+# A shared object for C programs: written in C++, without the C++ runtime, and exporting only what its
+# version script names.
 function(tesra_c_abi_library target version_script)
     target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti)
     target_link_options(${target} PRIVATE "LINKER:--version-script=${version_script}")

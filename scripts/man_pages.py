@@ -3,12 +3,12 @@
 
 man_pages.py HEADER EXAMPLES VERSION FOLDER
 
-The pages bear the version's date in CHANGELOG.md, so that they are the same whenever they are made.
+The pages carry the version's date in CHANGELOG.md, so that they are the same whenever they are made.
 A line of code that does not fit into 80 columns is an error.
 
 Each function has a page. What the header says at its top, and about the group of functions that one
-belongs to, is on every page that it holds for. A comment that has not the shape of the others, or
-not the parameters of its function, is an error: nothing is left out unseen.
+belongs to, is on every page that it holds for. A comment that is not shaped like the others, or does
+not name its function's parameters, is an error: nothing is left out silently.
 """
 import pathlib
 import re
