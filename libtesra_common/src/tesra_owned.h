@@ -16,9 +16,6 @@
 
 #include "tesra_common.h"
 
-// Each source file has lambdas, and so types, of its own.
-namespace {
-
 using tesra_bio_ptr = std::unique_ptr<BIO, decltype([](BIO *bio) { BIO_free_all(bio); })>;
 using tesra_bn_ptr = std::unique_ptr<BIGNUM, decltype([](BIGNUM *number) { BN_free(number); })>;
 using tesra_x509_ptr = std::unique_ptr<X509, decltype([](X509 *cert) { X509_free(cert); })>;
@@ -29,7 +26,5 @@ using tesra_bytes_ptr = std::unique_ptr<uint8_t, decltype([](uint8_t *bytes) { f
 using tesra_cert_data_ptr =
     std::unique_ptr<tesra_cert_data,
                     decltype([](tesra_cert_data *data) { tesra_free_cert_data(data); })>;
-
-} // namespace
 
 #endif
