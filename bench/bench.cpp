@@ -1,5 +1,5 @@
-// Each function of the library beside the calls that it makes of OpenSSL and the C library, written
-// bare, and beside GnuTLS where that does the same job.
+// Each function of the library, compared with the calls that it makes of OpenSSL and the C library,
+// written bare, and with GnuTLS where that does the same job.
 //
 // Under valgrind's callgrind the instructions of each job are dumped under its name.
 

@@ -21,7 +21,11 @@ set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 # Hardening. Sanitizers check more than _FORTIFY_SOURCE does and need the plain functions for it.
 add_compile_options(-fstack-protector-strong)
-if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+if(TESRA_SANITIZERS)
+    add_compile_options(
+        -fsanitize=${TESRA_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${TESRA_SANITIZERS})
+else()
     add_compile_options(
         "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
 endif()
@@ -33,8 +37,8 @@ elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
 endif()
 add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
 
-# A shared object for C programs: written in C++, free of the C++ runtime, and open only where its
-# version script says so.
+# A shared object for C programs: written in C++, without the C++ runtime, and exporting only what its
+# version script names.
 function(tesra_c_abi_library target version_script)
     target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti)
     target_link_options(${target} PRIVATE "LINKER:--version-script=${version_script}")
@@ -46,7 +50,7 @@ function(tesra_c_abi_library target version_script)
     # The C driver links no C++ runtime, and CMake is kept from adding it for the sources' sake, so a
     # stray need for it is an error at once.
     set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "" PARENT_SCOPE)
-    if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+    if(NOT TESRA_SANITIZERS)
         target_link_options(${target} PRIVATE LINKER:--no-undefined)
     endif()
 endfunction()

@@ -31,8 +31,8 @@ bool shown_on_stderr(int level) {
         return false;
     }
     char *end = nullptr;
-    const long most = strtol(setting, &end, 10);
-    return *end == '\0' && level <= most;
+    const long highest_shown = strtol(setting, &end, 10);
+    return *end == '\0' && level <= highest_shown;
 }
 
 // The bytes of the control character that the text begins with, if it does: one in C0 and for DEL,

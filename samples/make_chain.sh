@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes chain.pem anew: leaf, intermediate and root, with keys of three types. The private keys are
+# Makes a new chain.pem: leaf, intermediate and root, with keys of three types. The private keys are
 # thrown away.
 set -euo pipefail
 out=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)/chain.pem

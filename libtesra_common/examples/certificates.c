@@ -1,4 +1,4 @@
-/* Prints whom each certificate of a chain is about, and its end. */
+/* Prints each certificate's subject, and the end of its validity. */
 #include <stdio.h>
 #include <tesra_common.h>
 

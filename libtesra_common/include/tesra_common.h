@@ -10,13 +10,16 @@
  * 3. A call that fails hands back nothing, leaves what its out-parameters point to as it was, and
  *    leaves nothing allocated.
  * 4. Nothing is kept from one call to the next, so there is nothing to initialise or to shut down.
- *    All functions may be called from several threads at once; they take no lock. They are not for
- *    signal handlers. A thread that is cancelled within a call leaks what the call has made.
+ *    All functions may be called from several threads at once. The library has no lock of its own,
+ *    but takes those of the C library and of OpenSSL: after fork(2) in a process of several threads
+ *    the child calls nothing of the library before execve(2), or it may wait forever. Environment
+ *    and locale must not change while a call runs. The functions are not for signal handlers. A
+ *    thread that is cancelled within a call leaks what the call has made.
  * 5. What happens is reported, in each layer that it passes through, innermost first: errors (level
  *    2) to the platform's log and to the trace file; warnings (level 3), results (level 4), entries
- *    into functions and the lengths that the codecs work on (level 11) to the platform's log alone.
+ *    into functions and the lengths that codecs work on (level 11) to the platform's log alone.
  *    Every failure is an error, except that an empty chain in tesra_get_cert_count and an empty
- *    buffer in tesra_dump are warnings. A report that its sink does not take is lost.
+ *    buffer in tesra_dump are warnings. A report that cannot be delivered is lost.
  * 6. OpenSSL's error queue is neither read nor cleared: entries that a failed call leaves there are
  *    the caller's. tesra_trace leaves errno as it was; any other call may change it.
  */
@@ -45,16 +48,17 @@ extern "C" {
  * tesra_trace appends one line to the trace file, TESRA_TRACE_FILE.
  *
  * The line is "YYYY-MM-DDThh:mm:ss.uuuuuu L<level> [<process id>] <file>:<line>:" in local time,
- * followed directly by the message. Nothing is added behind the message, so end `format` in a line
- * break. A line has at most 511 characters; a longer one is cut there and loses its line break. The
- * time zone is the one that the process read first, until it calls tzset(3). If the clock cannot be
- * converted to local time, the line is dated 1900-01-00T00:00:00.
+ * followed directly by the message. Nothing is added after the message, so end `format` in a line
+ * break. A line has at most 511 bytes; a longer one is cut there, even within a UTF-8 character,
+ * and loses its line break. The time zone is the one that the process read first, until it calls
+ * tzset(3), localtime(3), mktime(3) or the like. If the clock cannot be converted to local time,
+ * the line is dated 1900-01-00T00:00:00.
  *
- * The file is opened for reading and appending, so it has to be readable, too (and is created, if
- * need be, with mode 0666 less the umask), written and closed again within the call. If it cannot
- * be opened or written, the line is lost without notice. Where the process has a file size limit, a
- * write beyond it raises SIGXFSZ, which ends a process that does not ignore it; that goes for every
- * function that reports an error.
+ * Each call opens the file for reading and appending, writes the line and closes the file. So the
+ * file has to be readable, too; if there is none, it is created with mode 0666 less the umask. If
+ * it cannot be opened or written, the line is lost without notice. Where the process has a file
+ * size limit, a write beyond it raises SIGXFSZ, which ends a process that does not ignore it. That
+ * holds for every function that reports an error.
  *
  * @param level   importance of the report, 0 to 255: 2 error, 3 warning, 4 information, 11 debug
  * @param file    name of the reporting source file; NUL-terminated, not null
@@ -79,14 +83,15 @@ TESRA_API void tesra_trace(uint8_t level, const char *file, uint32_t line, const
 /**
  * tesra_dump shows bytes in hexadecimal, sixteen to a line.
  *
- * Each line is "<label> <index>: " with the index of its first byte in at least four upper-case
- * digits, and then two digits and a blank for every byte. A line has at most 126 characters, which
- * a label of up to 71 leaves room enough; with a longer one, what does not fit is shown nowhere.
- * With both flags, each line goes to the platform's log first.
+ * Each line is "<label> <index>: ", with the index of its first byte in at least four upper-case
+ * hexadecimal digits, and then two digits and a blank for every byte. A line has at most 126 bytes,
+ * and what does not fit is shown nowhere. A label of up to 71 bytes leaves room for a whole line
+ * while the index has four digits, and of one byte less for each further digit. With both flags,
+ * each line goes to the platform's log first.
  *
  * @param flags   TESRA_DUMP_LOG, TESRA_DUMP_TRACE or both; other bits are ignored, and with neither
  *                no line goes anywhere
- * @param label   text in front of every line, NUL-terminated; null is the empty text
+ * @param label   text at the start of every line, NUL-terminated; null is the empty text
  * @param buffer  the bytes; if null, an error is reported ("Invalid arguments") and nothing is
  *                shown
  * @param length  how many; if 0, a warning is reported ("Buffer length = 0!") and nothing is shown
@@ -104,35 +109,36 @@ TESRA_API void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffe
  * A chain is PEM text that holds one or more X.509 certificates, numbered from 0 in the order of
  * the text. They are read and nothing more: no signature, issuer, date or trust is checked.
  *
- * A certificate is a PEM block of the kind CERTIFICATE or X509 CERTIFICATE, whose BEGIN line stands
- * at the start of its line. What stands before that is passed over: blank lines, comments, PEM
- * blocks of other kinds that are well formed, TRUSTED CERTIFICATE among them.
+ * A certificate is a PEM block of the kind CERTIFICATE or X509 CERTIFICATE. What stands before it
+ * is passed over: blank lines, other text, and well-formed PEM blocks of other kinds, TRUSTED
+ * CERTIFICATE among them.
  *
- * The chain ends cleanly if nothing follows the END line of its last certificate. Its line break
- * belongs to that line and may be missing, and so do blanks and control characters behind the
- * dashes, up to 0x20 and NUL included: a chain whose last line lacks its line break may be passed
- * with its NUL. Anything behind the line break, such as a blank line or a NUL, is taken for the
- * start of one more certificate, which cannot be read.
+ * The chain ends cleanly if nothing follows the END line of its last certificate. The line break of
+ * that line may be missing. Anything after the line break, such as a blank line or a NUL, is taken
+ * for the start of one more certificate, which cannot be read.
  *
- * cert_len counts bytes. libcrypto's memory buffers take up to 1.5 GiB; a longer chain is refused
- * ("Write to BIO failed, ret: -1"), and one of 2^31 bytes or more is not looked at.
+ * A BEGIN or END line starts with its dashes. After its last dashes it may have blanks and control
+ * characters: bytes up to 0x20, NUL included, so a chain without a line break at its end may be
+ * passed with its terminating NUL. Where char is signed, as on x86-64, bytes from 0x80 on may stand
+ * there, too; on AArch64 a line with them is neither. A byte order mark may stand before a BEGIN
+ * line at the start of the chain and right after another block. libcrypto reads a line of more than
+ * 254 bytes in pieces of 254, and each piece may be a BEGIN line.
  *
- * Cost: every call reads the chain from its start, so visiting all n certificates of a chain by
- * position decodes about n*n/2 certificates. Within a call, libcrypto moves the unread rest of the
- * text once for each certificate: to count 75,000 of the smallest that OpenSSL 3.0 reads, 111 bytes
- * each and 8.3 MB in all, takes some 6 s, and up to four times as long for each doubling. Writing a
- * serial number in decimal takes time that grows with the square of its length, and a certificate
- * may hold one of any length. Bound cert_len where chains come from strangers. Whoever wants all of
- * a long chain hands over each certificate's text by itself, with position 0, which gives the same
- * records: PEM_read_bio(3) on a BIO_new_mem_buf(3) of the chain reads block by block, and
- * BIO_pending(3) tells after each how much is left.
+ * cert_len counts bytes. More than libcrypto's memory buffers hold, 1.5 GiB, is refused ("Write to
+ * BIO failed, ret: -1"); 2^31 and more is refused in the same words, unread.
  *
- * A certificate's PEM block with an encryption header makes OpenSSL ask for a pass phrase on the
- * process's terminal or, without one, on its standard input. A daemon has no terminal and keeps its
- * standard input on /dev/null; other programs call UI_set_default_method(UI_null()) of libcrypto
- * once at their start, or filter such input. With that, OpenSSL 3.0.17, 3.0.22, 3.5.7 and 3.6.5
- * refuse such a block; do not rely on it with a release before 3.0.17 without having seen that it
- * does not take what happens to lie in its buffer for the pass phrase.
+ * Cost: every call reads the chain from its start, so to get all n certificates of a chain by
+ * position is to decode about n*n/2 of them. The time that a call takes may grow with the square of
+ * cert_len, and with the square of the length of a serial number: limit cert_len where chains come
+ * from strangers. To get all certificates of a long chain, pass the text of each by itself, with
+ * position 0. The records are the same. PEM_read_bio(3) on a BIO_new_mem_buf(3) of the chain reads
+ * block by block, and BIO_pending(3) says after each how much is left.
+ *
+ * Pass phrases: a certificate's PEM block with an encryption header makes OpenSSL ask for a pass
+ * phrase, on the process's terminal or, without one, on its standard input. To have such a block
+ * refused instead, make a method by UI_create_method(3) whose opener, set by
+ * UI_method_set_opener(3), returns 0, and pass it to UI_set_default_method(3) when the program
+ * starts.
  */
 
 /**
@@ -140,9 +146,10 @@ TESRA_API void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffe
  *
  * @param cert_chain  the chain
  * @param cert_len    its length in bytes
- * @return the number of certificates, at least 1; or 0 if `cert_chain` is null, `cert_len` is 0,
- *         the chain holds no certificate, one of its certificates cannot be read, it does not end
- *         cleanly, or memory is exhausted
+ * @return the number of certificates, at least 1; or 0 if `cert_chain` is null, `cert_len` is 0 or
+ *         more than libcrypto takes, the chain holds no certificate, one of its certificates cannot
+ *         be read, a PEM block of another kind is damaged, the chain does not end cleanly, or
+ * memory is exhausted
  *
  * Thread-safety: safe.
  */
@@ -154,7 +161,8 @@ TESRA_API uint32_t tesra_get_cert_count(const char *cert_chain, uint32_t cert_le
  * In a record from tesra_get_cert_data every field is set. A name attribute that the certificate
  * lacks is an empty text; of an attribute that occurs several times, the first value is taken. A
  * value with an embedded NUL reads as a text that ends there. Times are such as "Jun 15 12:30:45
- * 2050 GMT"; a day of one digit has a blank more in front.
+ * 2050 GMT": two blanks stand before a day of one digit, and a fraction may follow the seconds, as
+ * in "10:10:10.25".
  *
  * Name texts are UTF-8, of any length, and are whatever the certificate's maker chose, control
  * characters included. Escape them before they are shown. The library itself reports them as they
@@ -181,17 +189,17 @@ typedef struct tesra_cert_data {
 /**
  * tesra_get_cert_data hands out the particulars of one certificate of a chain.
  *
- * The text behind the wanted certificate is not looked at, unless `index` is -1.
+ * The text after the wanted certificate is not read, unless `index` is -1.
  *
  * @param cert_chain  the chain
  * @param cert_len    its length in bytes
  * @param index       position of the certificate, from 0; -1 is the last one of a chain that ends
  *                    cleanly
  * @return a new record, released with tesra_free_cert_data; or null if `cert_chain` is null,
- *         `cert_len` is 0, the chain has no certificate at `index`, the certificate or one before
- *         it cannot be read, one of the twelve name attributes is present but empty or cannot be
- *         converted to UTF-8, a time or the serial number cannot be converted, or memory is
- *         exhausted
+ *         `cert_len` is 0 or more than libcrypto takes, the chain has no certificate at `index`,
+ * the certificate or one before it cannot be read, a PEM block of another kind before it is
+ *         damaged, one of the twelve name attributes is present but empty or cannot be converted to
+ *         UTF-8, a time or the serial number cannot be converted, or memory is exhausted
  *
  * Each name attribute that the certificate lacks is reported at level 2, though it is no failure.
  *
@@ -206,8 +214,9 @@ TESRA_API tesra_cert_data *tesra_get_cert_data(const char *cert_chain, uint32_t 
  * @param data  the record, which must not be used again, nor any of its texts; null is reported as
  *              an error and otherwise ignored
  *
- * Fields may be null. A caller that replaces a field allocates the new text with malloc(3), or with
- * OPENSSL_malloc for `serial_number`, the one field that OpenSSL's allocator owns.
+ * Fields may be null, and are passed over. A caller that replaces a field allocates the new text
+ * with malloc(3), or with OPENSSL_malloc for `serial_number`, the one field that OpenSSL's
+ * allocator owns.
  *
  * Thread-safety: safe, for different records.
  */
@@ -217,8 +226,11 @@ TESRA_API void tesra_free_cert_data(tesra_cert_data *data);
  * Base64 and hexadecimal
  *
  * Encoded texts end in a NUL that their lengths do not count. Texts to decode may have whitespace
- * before and behind them (what isspace(3) says in the locale of the calling thread), which is
- * passed over and reported as a warning; a text of whitespace alone is refused.
+ * before and after them (what isspace(3) says in the locale of the calling thread), which is passed
+ * over and reported as a warning; a text of whitespace alone is refused.
+ *
+ * Lengths are reported as signed numbers, so 2^31 and more look negative. tesra_base64_encode
+ * reports none.
  */
 
 /**
@@ -241,9 +253,10 @@ TESRA_API int tesra_base64_encode(const uint8_t *buffer, size_t buffer_len, char
  * tesra_base64_decode turns Base64 text into bytes.
  *
  * The text between the whitespace must be one unbroken run of the standard alphabet and "=", of a
- * multiple of 4 characters and less than 2^31. Any run of "=" at its end is taken for padding, so
- * that a text of little else gives no bytes at all; elsewhere "=" stands for six zero bits. Bits
- * that padding leaves over are not looked at. Check the text first if that is too lenient.
+ * multiple of 4 characters and less than 2^31. Every "=" at its end is taken for padding, however
+ * many there are, so "====" and "A===" give no bytes at all; elsewhere "=" stands for six zero
+ * bits. Bits of the last character that make no whole byte are ignored. Check the text first if
+ * that is too lenient.
  *
  * @param src      the text
  * @param src_len  its length in bytes, whitespace included
@@ -252,7 +265,7 @@ TESRA_API int tesra_base64_encode(const uint8_t *buffer, size_t buffer_len, char
  *         if an argument is null, `src_len` is 0, the text is not as above, or memory is exhausted
  *
  * The block has 3 bytes for every 4 characters: where the text is padded, it is longer than
- * `*dst_len` tells. It has no terminating NUL.
+ * `*dst_len` says. It has no terminating NUL.
  *
  * Thread-safety: safe.
  */
@@ -277,13 +290,13 @@ TESRA_API char *tesra_hex_encode(const uint8_t *src, uint32_t src_len, uint32_t 
  *
  * The text between the whitespace is taken in pairs of characters, each converted by sscanf(3) with
  * "%2hhx". Digits may be upper or lower case, and one digit is enough for a pair: whitespace or a
- * sign may stand in front of it ("-1" is FF), or anything behind it ("1G" is 01). Check the text
+ * sign may stand before it ("-1" is FF), or anything after it ("1G" is 01). Check the text
  * first if that is too lenient.
  *
  * @param src      the text
  * @param src_len  its length in bytes, whitespace included
  * @param dst_len  where the number of decoded bytes goes
- * @return a new block with the decoded bytes and a zero byte behind them that `*dst_len` does not
+ * @return a new block with the decoded bytes and a zero byte after them that `*dst_len` does not
  *         count, released with free(3); or null if an argument is null, `src_len` is 0, the text
  *         has an odd length, a pair cannot be converted, or memory is exhausted
  *

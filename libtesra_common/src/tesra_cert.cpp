@@ -1,30 +1,14 @@
 #include <limits.h>
 #include <openssl/asn1.h>
-#include <openssl/bio.h>
-#include <openssl/bn.h>
 #include <openssl/buffer.h>
-#include <openssl/crypto.h>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
-#include <openssl/x509.h>
-#include <stdlib.h>
 #include <string.h>
 
-#include <memory>
-
 #include "tesra_log.h"
+#include "tesra_owned.h"
 
 namespace {
-
-using tesra_bio_ptr = std::unique_ptr<BIO, decltype([](BIO *bio) { BIO_free_all(bio); })>;
-using tesra_bn_ptr = std::unique_ptr<BIGNUM, decltype([](BIGNUM *number) { BN_free(number); })>;
-using tesra_x509_ptr = std::unique_ptr<X509, decltype([](X509 *cert) { X509_free(cert); })>;
-using tesra_utf8_ptr =
-    std::unique_ptr<unsigned char, decltype([](unsigned char *text) { OPENSSL_free(text); })>;
-using tesra_text_ptr = std::unique_ptr<char, decltype([](char *text) { free(text); })>;
-using tesra_cert_data_ptr =
-    std::unique_ptr<tesra_cert_data,
-                    decltype([](tesra_cert_data *data) { tesra_free_cert_data(data); })>;
 
 // Reads the chain certificate by certificate, up to the one at `index` or, if that is -1, to the
 // end. Returns true with `*cert` as it was if the chain ends cleanly before `index`. Both
@@ -89,13 +73,16 @@ bool tesra_get_cert_from_chain(const char *cert_chain, uint32_t cert_len, int32_
     }
 }
 
-// A NUL-terminated copy from malloc, or null.
+// A NUL-terminated copy that the caller owns, or null. Which allocator serves which text is visible
+// to programs that take the allocators over, so the empty text stays with calloc.
 char *tesra_copy_text(const void *bytes, size_t length) {
-    char *text = static_cast<char *>(malloc(length + 1));
-    if (text != nullptr) {
-        memcpy(text, bytes, length);
-        text[length] = '\0';
+    char *text = static_cast<char *>(length == 0 ? calloc(1, 1) : malloc(length + 1));
+    if (text == nullptr) {
+        TESRA_LOG_ERROR("%s\n", "Allocation failed");
+        return nullptr;
     }
+    memcpy(text, bytes, length);
+    text[length] = '\0';
     return text;
 }
 
@@ -109,12 +96,8 @@ bool tesra_get_name_entry(const X509_NAME *name, int nid, char **out) {
     const int position = X509_NAME_get_index_by_NID(name, nid, -1);
     if (position < 0) {
         TESRA_LOG_ERROR("Entry not found for NID:%d\n", nid);
-        *out = static_cast<char *>(calloc(1, 1));
-        if (*out == nullptr) {
-            TESRA_LOG_ERROR("%s\n", "Allocation failed");
-            return false;
-        }
-        return true;
+        *out = tesra_copy_text("", 0);
+        return *out != nullptr;
     }
     const X509_NAME_ENTRY *entry = X509_NAME_get_entry(name, position);
     if (entry == nullptr) {
@@ -135,7 +118,6 @@ bool tesra_get_name_entry(const X509_NAME *name, int nid, char **out) {
     }
     char *text = tesra_copy_text(utf8.get(), static_cast<size_t>(length));
     if (text == nullptr) {
-        TESRA_LOG_ERROR("%s\n", "Allocation failed");
         return false;
     }
     *out = text;
@@ -164,7 +146,6 @@ bool tesra_asn1_time_to_str(const ASN1_TIME *time, char **out) {
     }
     char *text = tesra_copy_text(printed->data, printed->length);
     if (text == nullptr) {
-        TESRA_LOG_ERROR("%s\n", "Allocation failed");
         return false;
     }
     *out = text;
@@ -226,14 +207,14 @@ struct tesra_name_row {
     const char *failure;
 };
 
-// Returns what to report of the first row that fails, or null.
-const char *tesra_fill_name_fields(const X509_NAME *name, const tesra_name_row (&rows)[6]) {
+bool tesra_fill_name_fields(const X509_NAME *name, const tesra_name_row (&rows)[6]) {
     for (const tesra_name_row &row : rows) {
         if (!tesra_get_name_entry(name, row.nid, row.field)) {
-            return row.failure;
+            TESRA_LOG_ERROR("%s\n", row.failure);
+            return false;
         }
     }
-    return nullptr;
+    return true;
 }
 
 bool tesra_get_issuer_details(const X509 *cert, tesra_cert_data *data) {
@@ -250,12 +231,7 @@ bool tesra_get_issuer_details(const X509 *cert, tesra_cert_data *data) {
         {NID_organizationalUnitName, &data->issuer_org_unit, "Failed to get issuer org unit name"},
         {NID_commonName, &data->issuer_common_name, "Failed to get issuer common name"},
     };
-    const char *failure = tesra_fill_name_fields(name, rows);
-    if (failure != nullptr) {
-        TESRA_LOG_ERROR("%s\n", failure);
-        return false;
-    }
-    return true;
+    return tesra_fill_name_fields(name, rows);
 }
 
 bool tesra_get_subject_details(const X509 *cert, tesra_cert_data *data) {
@@ -273,12 +249,7 @@ bool tesra_get_subject_details(const X509 *cert, tesra_cert_data *data) {
          "Failed to get subject org unit name"},
         {NID_commonName, &data->subject_common_name, "Failed to get subject common name"},
     };
-    const char *failure = tesra_fill_name_fields(name, rows);
-    if (failure != nullptr) {
-        TESRA_LOG_ERROR("%s\n", failure);
-        return false;
-    }
-    return true;
+    return tesra_fill_name_fields(name, rows);
 }
 
 tesra_cert_data *tesra_parse_cert(X509 *cert) {
@@ -378,7 +349,10 @@ void tesra_free_cert_data(tesra_cert_data *data) {
         return;
     }
     TESRA_LOG(TESRA_LEVEL_INFO, "Free cert data [%p]\n", static_cast<void *>(data));
-    OPENSSL_free(data->serial_number);
+    // A program's own memory functions see no call for a field that was never filled.
+    if (data->serial_number != nullptr) {
+        OPENSSL_free(data->serial_number);
+    }
     char *const texts[] = {
         data->not_before,       data->not_after,           data->issuer_country,
         data->issuer_state,     data->issuer_locality,     data->issuer_org,
@@ -387,7 +361,9 @@ void tesra_free_cert_data(tesra_cert_data *data) {
         data->subject_org_unit, data->subject_common_name,
     };
     for (char *text : texts) {
-        free(text);
+        if (text != nullptr) {
+            free(text);
+        }
     }
     free(data);
 }

@@ -1,21 +1,14 @@
 #include <ctype.h>
 #include <limits.h>
-#include <openssl/bio.h>
 #include <openssl/buffer.h>
 #include <openssl/evp.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
-#include <memory>
-
 #include "tesra_log.h"
+#include "tesra_owned.h"
 
 namespace {
-
-using tesra_bio_ptr = std::unique_ptr<BIO, decltype([](BIO *bio) { BIO_free_all(bio); })>;
-using tesra_text_ptr = std::unique_ptr<char, decltype([](char *text) { free(text); })>;
-using tesra_bytes_ptr = std::unique_ptr<uint8_t, decltype([](uint8_t *bytes) { free(bytes); })>;
 
 // Narrows the text to what stands between leading and trailing whitespace: returns its start and
 // stores its length, or null and 0 if there is nothing.
@@ -81,7 +74,7 @@ int tesra_base64_encode(const uint8_t *buffer, size_t buffer_len, char **out) {
     }
     static_cast<void>(sink.release()); // released with the chain
     BIO_set_flags(chain.get(), BIO_FLAGS_BASE64_NO_NL);
-    // A longer input must not be cut to what an int can tell.
+    // A longer input must not be cut to what an int can hold.
     if (buffer_len > INT_MAX || BIO_write(chain.get(), buffer, static_cast<int>(buffer_len)) <= 0) {
         TESRA_LOG_ERROR("[%s]: BIO_write failed!\n\n", "tesra_base64_encode");
         return -1;
@@ -92,7 +85,7 @@ int tesra_base64_encode(const uint8_t *buffer, size_t buffer_len, char **out) {
     }
     const BUF_MEM *buf_mem = nullptr;
     BIO_get_mem_ptr(chain.get(), &buf_mem);
-    // A write that memory failed midway is told as a success, though of fewer bytes.
+    // A write for which memory runs out midway succeeds, though with fewer bytes.
     if (buf_mem != nullptr && buf_mem->length != (buffer_len + 2) / 3 * 4) {
         TESRA_LOG_ERROR("[%s]: BIO_write failed!\n\n", "tesra_base64_encode");
         return -1;
@@ -135,8 +128,8 @@ uint8_t *tesra_base64_decode(const char *src, uint32_t src_len, uint32_t *dst_le
         decoded = EVP_DecodeBlock(block.get(), reinterpret_cast<const unsigned char *>(text),
                                   static_cast<int>(length));
     }
-    // EVP_DecodeBlock passes over dashes at the end. The length told below counts them, so a text
-    // that has them would be told longer than its block.
+    // EVP_DecodeBlock passes over dashes at the end. The length below counts them, and so would
+    // count bytes that no character stands for, or even bytes beyond the block.
     if (decoded < 1 || int64_t{decoded} * 4 != int64_t{length} * 3) {
         TESRA_LOG_ERROR("EVP_DecodeBlock failed, ret = %d\n", decoded);
         return nullptr;

@@ -5,7 +5,7 @@
  * sends an error to the platform's log and to the trace file. `format` is a string literal that
  * ends in a line break. A text without arguments is itself an argument, of "%s\n".
  *
- * They are macros because both sinks are told the file and the line of the report. The arguments of
+ * They are macros because both sinks get the file and the line of the report. The arguments of
  * TESRA_LOG_ERROR are evaluated twice.
  *
  * POSIX basename may write into its argument, so each call gets a copy of the path of its own.

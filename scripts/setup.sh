@@ -1,21 +1,29 @@
-# What ./run and ./test need, and how they get it. Sourced, with $root set to the project's folder.
+# shellcheck shell=bash
+# What ./run, ./test and bench/run need, and how they get it. Sourced; sets root to the project's
+# folder.
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# The Debian packages that debian/control asks for to build the project; "build_dependencies tests"
-# adds those for its tests. Every Debian build has a compiler, so it is not named there, and only
-# the making of packages needs debhelper.
-build_dependencies() {
-    echo g++
-    sed -n '/^Build-Depends:/,/^[^ ]/s/^ //p' "$root/debian/control" |
-        if [ "${1:-}" = tests ]; then cat; else grep -v '<!nocheck>'; fi |
-        sed '/^debhelper/d; s/[:, ].*//'
+# The Debian packages that a job needs, in this one place but for debian/control, which names those
+# of the build and of the tests. Every Debian build has a compiler, so it is not named there, and
+# only the making of packages needs debhelper.
+packages_for() {
+    case $1 in
+    build | tests)
+        echo g++
+        sed -n '/^Build-Depends:/,/^[^ ]/s/^ //p' "$root/debian/control" |
+            if [ "$1" = tests ]; then cat; else grep -v '<!nocheck>'; fi |
+            sed '/^debhelper/d; s/[:, ].*//'
+        ;;
+    lint) printf '%s\n' clang clang-format clang-tidy mandoc shellcheck ;;
+    fuzz) printf '%s\n' clang libclang-rt-dev ;;
+    bench) printf '%s\n' libbenchmark-dev valgrind pkgconf libgnutls28-dev gnuplot-nox ;;
+    aarch64)
+        printf '%s\n' googletest g++-aarch64-linux-gnu qemu-user libssl-dev:arm64 libstdc++6:arm64
+        ;;
+    packages) printf '%s\n' build-essential debhelper lintian ;;
+    release) printf '%s\n' mmdebstrap ;;
+    esac
 }
-
-# What the other jobs need beyond that, in this one place.
-packages_lint=(clang clang-format clang-tidy mandoc)
-packages_fuzz=(clang libclang-rt-dev)
-packages_bench=(libbenchmark-dev valgrind pkgconf libgnutls28-dev gnuplot-nox)
-packages_aarch64=(googletest g++-aarch64-linux-gnu qemu-user libssl-dev:arm64 libstdc++6:arm64)
-packages_packages=(build-essential debhelper lintian "${packages_aarch64[@]}")
 
 say() {
     echo "$(basename "$0"): $*" >&2
@@ -52,11 +60,12 @@ is_installed() {
         grep -qxE "($arch|all) installed"
 }
 
-# Installs those of the named packages that are missing.
+# Installs what is missing of the packages for the named jobs.
 need() {
-    command -v dpkg-query >/dev/null || return 0 # not Debian: the build tells what it lacks
-    local missing=() package
-    for package; do
+    command -v dpkg-query >/dev/null || return 0 # not Debian: the build says what it lacks
+    local missing=() job package packages
+    mapfile -t packages < <(for job; do packages_for "$job"; done)
+    for package in "${packages[@]}"; do
         is_installed "$package" && continue
         missing+=("$package")
         # The versions of both architectures have to be the same, so one may have to be upgraded.
@@ -73,7 +82,7 @@ apt-get install -y --no-install-recommends ${missing[*]}"
 build() {
     local preset=$1
     shift
-    cd "$root"
+    cd "$root" || return
     if [ $# -gt 0 ] || [ ! -e "build/$preset/build.ninja" ]; then
         say "configuring build/$preset"
         quietly cmake --preset "$preset" "$@"
@@ -90,7 +99,7 @@ copy_sources() {
 
 # Runs a command while no other ./run or ./test is at work in this folder, as happens when two of
 # them stand in one pipe.
-alone() {
+with_lock() {
     mkdir -p "$root/build" 2>/dev/null || true
     if [ ! -w "$root/build" ]; then
         say "cannot write to $root/build"

@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 """Writes the manual pages of section 3 from the public header's comments.
 
-man_pages.py HEADER EXAMPLES VERSION FOLDER
+man_pages.py HEADER MAP EXAMPLES VERSION FOLDER
 
-The pages bear the version's date in CHANGELOG.md, so that they are the same whenever they are made.
+The pages carry the version's date in CHANGELOG.md, so that they are the same whenever they are made.
 A line of code that does not fit into 80 columns is an error.
 
-Each function has a page. What the header says at its top, and about the group of functions that one
-belongs to, is on every page that it holds for. A comment that has not the shape of the others, or
-not the parameters of its function, is an error: nothing is left out unseen.
+Each function has a page, and stands in the header and in the map that exports it. What the header
+says at its top, and about the group of functions that one belongs to, is on every page that it holds
+for. A comment that is not shaped like the others, or does not name its function's parameters, is an
+error: nothing is left out silently.
 """
 import pathlib
 import re
@@ -213,8 +214,11 @@ def rule_lines(rules, wanted):
 
 
 def main():
-    header, examples, version, folder = sys.argv[1:]
+    header, map_file, examples, version, folder = sys.argv[1:]
     rules, record, functions = parse(pathlib.Path(header).read_text())
+    exported = set(re.findall(r"\btesra_\w+", pathlib.Path(map_file).read_text()))
+    if differing := exported ^ {name_of(function) for function in functions}:
+        sys.exit(f"in one of header and map only: {', '.join(sorted(differing))}")
     for function in functions:
         name, text = page(function, rules, record, functions, version, pathlib.Path(examples))
         pathlib.Path(folder, f"{name}.3").write_text(text)
