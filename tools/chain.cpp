@@ -53,7 +53,8 @@ line_fault explain_unread(const finding &seen, std::string_view block, bool is_p
     if (block.find("\n-----END ") == block.npos) {
         return {seen.last_line, "cut off, without an END line", "Copy it again."};
     }
-    const bool is_cut = !is_pem || (reason == "too long" && field == ", Type=X509");
+    // An error in a field tells that the outer length is right.
+    const bool is_cut = !is_pem || field == ", Type=X509";
     return {seen.first_line, "unreadable (libcrypto: " + reason + field + ')',
             is_cut ? "Copy it again." : "It is whole, so ask whoever made it."};
 }

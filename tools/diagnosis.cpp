@@ -133,9 +133,9 @@ line_fault explain_refused(const input &chain, const std::vector<finding> &all,
         const std::string_view rest = std::string_view(chain.bytes).substr(last->end);
         return {last->last_line + 1,
                 counted(rest.size(), "byte") + " (" + in_quotes(rest) + ')' + fails,
-                holds_base64(rest) ? "Put BEGIN and END lines around a certificate's Base64."
-                : rest.size() == 1 ? "Remove it."
-                                   : "Remove them."};
+                holds_base64(rest) || count_der(rest) > 0 ? "Put them into BEGIN and END lines."
+                : rest.size() == 1                        ? "Remove it."
+                                                          : "Remove them."};
     }
     cause = last == all.rend() ? &*stray : &*last.base();
     if (cause->kind.empty()) {

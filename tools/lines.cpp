@@ -71,7 +71,7 @@ line_fault explain(const marker &found, std::string_view line, size_t number, bo
         {found[WORD] != "BEGIN" && found[WORD] != "END", "in lower case", "Write it in capitals."},
         {is_begin, "without an END line before it", "Put the END line there."},
         {true, "without its BEGIN line: " + in_quotes(line),
-         "Put the BEGIN line in front of the Base64, or correct the one that is there."},
+         "Put its BEGIN line in front of the Base64, or make the two match."},
     };
     const auto *const cause = std::find_if(std::begin(causes), std::end(causes),
                                            [](const auto &each) { return each.is_so; });
