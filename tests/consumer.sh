@@ -8,10 +8,11 @@ shift
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cmake --install "$build" --prefix "$folder/installed" >"$folder/log"
-mv "$folder/installed" "$folder/moved"
+moved="$folder/with a blank"
+mv "$folder/installed" "$moved"
 
 unset LD_LIBRARY_PATH PKG_CONFIG_PATH
-export CMAKE_PREFIX_PATH=$folder/moved PATH=$folder/moved/bin:$PATH PKG_CONFIG_LIBDIR RPATH
-PKG_CONFIG_LIBDIR=$(dirname "$(find "$folder/moved" -name tesra_common.pc)")
+export CMAKE_PREFIX_PATH=$moved PATH=$moved/bin:$PATH PKG_CONFIG_LIBDIR RPATH
+PKG_CONFIG_LIBDIR=$(dirname "$(find "$moved" -name tesra_common.pc)")
 RPATH=$(dirname "$PKG_CONFIG_LIBDIR")
 "$(dirname "$0")/consumer/use.sh" "$@"

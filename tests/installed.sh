@@ -31,8 +31,18 @@ chmod -R a+rX "$folder"
 apt-get install -y --no-install-recommends "$folder"/*.deb >"$folder/log" 2>&1 ||
     { cat "$folder/log" && exit 1; }
 
-trace=$(stat -c '%U:%G %a' /var/log/miraxlog)
-[ "$trace" = "root:adm 640" ] || fail "the trace file: $trace"
+trace_file_is() {
+    local found
+    found="$(stat -c '%U:%G %a' /var/log/miraxlog) $(cat /var/log/miraxlog)"
+    [ "$found" = "root:adm 640 $1" ] || fail "the trace file$2: $found"
+}
+trace_file_is "" ""
+echo "a line" >>/var/log/miraxlog
+systemd-tmpfiles --create libtesra-common.conf
+trace_file_is "a line" " after another start of the system"
+logrotate --force --state "$folder/state" /etc/logrotate.d/libtesra-common
+trace_file_is "" " after its rotation"
+[ "$(zcat /var/log/miraxlog.1.gz)" = "a line" ] || fail "no line in the file rotated"
 dpkg --verify "${names[@]}"
 version=$(dpkg-query -W -f '${Version}' libtesra-common-dev)
 [ "$version" = "$(pkg-config --modversion tesra_common)" ] || fail "packages of version $version"

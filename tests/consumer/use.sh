@@ -7,15 +7,24 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# shellcheck disable=SC2046 # flags, not one word
-${CC:-cc} -std=c99 -o "$work/c" "$here/consumer.c" $(pkg-config --cflags --libs tesra_common) \
-    ${RPATH:+"-Wl,-rpath,$RPATH"}
-${EMULATOR:-} "$work/c"
+expect() { # output, program, arguments
+    local found
+    found=$(${EMULATOR:-} "${@:2}")
+    [ "$found" = "$1" ] && return
+    echo "${*:2}: expected $1, found $found"
+    return 1
+}
+
+# xargs reads the flags as a shell does, so folders may have blanks in their names.
+pkg-config --cflags --libs tesra_common | xargs "${CC:-cc}" -std=c99 -o "$work/c" \
+    "$here/../../libtesra_common/examples/hex.c" ${RPATH:+"-Wl,-rpath,$RPATH"}
+expect "00FF7F: 3 bytes" "$work/c"
 
 cmake -S "$here" -B "$work/build" "$@" >"$work/log"
 cmake --build "$work/build" >>"$work/log"
-${EMULATOR:-} "$work/build/consumer"
+expect "00FF7F: 3 bytes" "$work/build/consumer"
 
-count=$(${EMULATOR:-} "$(command -v tesra)" count "$here/../../samples/chain.pem")
-[ "$count" = 3 ]
+tesra=$(command -v tesra)
+expect 3 "$tesra" count "$here/../../samples/chain.pem"
+expect "$(pkg-config --modversion tesra_common)" "$tesra" -V
 echo "used from C, from C++ and on the command line"
