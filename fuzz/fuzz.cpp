@@ -1,7 +1,7 @@
 // Every function, given anything: as a chain, or as DER inside one that is well-formed otherwise;
 // as text to decode and as bytes to encode; as the parts of a dump and of a trace line.
 
-#include "sinks.h"
+#include "stand_ins.h"
 #include "tesra_common.h"
 
 #include <openssl/err.h>
@@ -31,8 +31,7 @@ std::string texts(const char *chain, uint32_t length, uint32_t index) {
     return all;
 }
 
-void read_chain(const char *chain, size_t size) {
-    const auto length = static_cast<uint32_t>(size);
+void read_chain(const char *chain, uint32_t length) {
     const uint32_t count = tesra_get_cert_count(chain, length);
     const std::string last = texts(chain, length, UINT32_MAX);
     check(count > 0 ? texts(chain, length, count - 1) == last : last.empty(), "-1 is the last one");
@@ -46,14 +45,14 @@ void read_der(const uint8_t *der, size_t size) {
     PEM_write_bio(pem.get(), PEM_STRING_X509, "", der, static_cast<long>(size));
     char *chain = nullptr;
     const long length = BIO_get_mem_data(pem.get(), &chain);
-    read_chain(chain, static_cast<size_t>(length));
+    read_chain(chain, static_cast<uint32_t>(length));
 }
 
 std::string decoded(decltype(tesra_hex_decode) decode, const char *text, size_t length) {
-    uint32_t told = 0;
-    uint8_t *block = decode(text, static_cast<uint32_t>(length), &told);
-    check(told <= length, "no text stands for more bytes than it has");
-    const std::string bytes(block, block + told);
+    uint32_t size = 0;
+    uint8_t *block = decode(text, static_cast<uint32_t>(length), &size);
+    check(size <= length, "no text stands for more bytes than it has");
+    const std::string bytes(block, block + size);
     free(block);
     return bytes;
 }
@@ -69,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (data[0] == 0x30) {
         read_der(data, size);
     } else if (memmem(text, size, "Proc-Type", 9) == nullptr) { // would ask for a pass phrase
-        read_chain(text, size);
+        read_chain(text, length);
     }
 
     decoded(tesra_base64_decode, text, size);
@@ -89,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     tesra_dump(TESRA_DUMP_LOG, label.c_str(), data, length);
     check(reported().size() <= (size + 15) / 16 * 129, "a line of a dump has 126 characters");
     tesra_trace(4, label.c_str(), length, "%.*s\n", static_cast<int>(length), text);
-    check(taken.line.size() <= 511, "a line of the trace file has 511 characters");
+    check(stand_in.trace_line.size() <= 511, "a line of the trace file has 511 characters");
     reported();
     return 0;
 }

@@ -112,10 +112,10 @@ row "sed '29s/$/\xC2\xA0/' chain.pem | T check | grep -c '29: .*u{A0}\" a'" 0 2
 says "sed 20d chain.pem" 1 "14: unreadable (libcrypto: too long, Type=X509) (CERTIFICATE of line 14); the"
 row "tail -n 1 <<<\"\$(sed 20d chain.pem | T check)\" | grep -o 'Copy it again.'" 0 "Copy it again."
 says "sed '15s/^M/A/' chain.pem" 1 "14: unreadable (libcrypto: wrong tag, Type=X509)"
-says "cat $tests/records/unusable-fields.pem" 0 " 14 certificates, ends cleanly; line 1: Failed to\
- convert ASN.1 time to string, Failed to convert not_before time; line 11:"
-row "cd $tests/records; T show --index -1 unusable-fields.pem" 1 "tesra: unusable-fields.pem:131: \
-position 13: Invalid entry length(0) for NID:13, Failed to get subject common name"
+says "cat $tests/records/bad-times.pem" 0 " 2 certificates, ends cleanly; line 1: Failed to convert\
+ ASN.1 time to string, Failed to convert not_before time; line 11:"
+row "cd $tests/records; T show --index -1 empty-attributes.pem" 1 "tesra: empty-attributes.pem:111: \
+position 11: Invalid entry length(0) for NID:13, Failed to get subject common name"
 
 # What follows the last certificate.
 says "cat chain.pem; sed '1,15d; 29,\$d' chain.pem" 1 '45: 809 bytes ("DAYDVQQIDAVUaXJv'

@@ -1,4 +1,4 @@
-#include "sinks.h"
+#include "stand_ins.h"
 
 #include <dlfcn.h>
 #include <openssl/crypto.h>
@@ -10,12 +10,11 @@
 #include <cstring>
 #include <utility>
 
-thread_local sinks taken = {};
-thread_local memory heap = {};
+thread_local stand_ins stand_in = {};
+thread_local heap_use heap = {};
 
 namespace {
 
-thread_local bool watched = false;
 thread_local std::string reports;
 thread_local std::string error; // has yet to reach the trace file
 
@@ -23,23 +22,17 @@ void add(const std::string &level, std::string text) {
     int position = 0; // in the library's sources
     sscanf(text.c_str(), "tesra_%*[a-z_].cpp:%*1[1-9]%*[0-9]:%n", &position);
     text.erase(0, static_cast<size_t>(position));
-    if (text.ends_with('\n')) {
-        text.pop_back();
-    } else {
-        text += "(no line break)";
-    }
-    reports += std::exchange(error, "").empty() ? "" : "(platform log only)";
-    reports += (reports.empty() ? "" : "|") + level + ' ' + text;
+    reports += std::exchange(error, "").empty() ? "" : "(platform log only)\n";
+    reports += level + ' ' + text + (text.ends_with('\n') ? "" : "(no line break)\n");
 }
 
 ssize_t write_trace(void *, const char *text, size_t length) {
-    const watching own_work(false);
-    int level = 0;
-    int process = 0;
-    int header = 0;
-    taken.line.assign(text, length);
-    sscanf(taken.line.c_str(), "%*19[0-9T:-].%*6[0-9] L%d [%d] %n", &level, &process, &header);
-    const std::string report = taken.line.substr(static_cast<size_t>(header));
+    const heap_watch own_work(false);
+    int level = 0, process = 0, header = 0;
+    stand_in.trace_line.assign(text, length);
+    sscanf(stand_in.trace_line.c_str(), "%*19[0-9T:-].%*6[0-9] L%d [%d] %n", &level, &process,
+           &header);
+    const std::string report = stand_in.trace_line.substr(static_cast<size_t>(header));
     if (level == 2 && process == getpid() && report == error) {
         error.clear();
     } else {
@@ -51,21 +44,15 @@ ssize_t write_trace(void *, const char *text, size_t length) {
 } // namespace
 
 std::string reported() {
-    reports += std::exchange(error, "").empty() ? "" : "(platform log only)";
+    reports += std::exchange(error, "").empty() ? "" : "(platform log only)\n";
     return std::exchange(reports, "");
 }
 
-watching::watching(bool on) : was_on(std::exchange(watched, on)) {}
+#define STAND_IN extern "C" [[gnu::visibility("default")]]
 
-watching::~watching() {
-    watched = was_on;
-}
-
-#define TAKEN_OVER extern "C" [[gnu::visibility("default")]]
-
-TAKEN_OVER [[gnu::format(printf, 3, 4)]] int platform_log_write(int level, int component,
-                                                                const char *format, ...) {
-    const watching own_work(false);
+STAND_IN [[gnu::format(printf, 3, 4)]] int platform_log_write(int level, int component,
+                                                              const char *format, ...) {
+    const heap_watch own_work(false);
     char buffer[10000];
     va_list args;
     va_start(args, format);
@@ -73,10 +60,9 @@ TAKEN_OVER [[gnu::format(printf, 3, 4)]] int platform_log_write(int level, int c
     va_end(args);
     std::string text = buffer;
     if (strstr(format, "%p") != nullptr) {
-        const size_t at = text.find("[0x");
-        size_t digits = 0;
-        taken.pointer = std::stoull(text.substr(at + 1), &digits, 16);
-        text.replace(at + 1, digits, "PTR");
+        const size_t at = text.find("[0x") + 1;
+        stand_in.pointer = std::stoull(text.substr(at), nullptr, 16);
+        text.replace(at, text.find(']', at) - at, "PTR");
     }
     // A fixed text is an argument, never a format.
     const bool well_formed =
@@ -86,30 +72,30 @@ TAKEN_OVER [[gnu::format(printf, 3, 4)]] int platform_log_write(int level, int c
     return -1; // refused, which the library does not care about
 }
 
-TAKEN_OVER FILE *fopen(const char *path, const char *mode) {
+STAND_IN FILE *fopen(const char *path, const char *mode) {
     static const auto next = reinterpret_cast<decltype(&fopen)>(dlsym(RTLD_NEXT, "fopen"));
     if (strcmp(path, "/var/log/miraxlog") != 0) {
         return next(path, mode);
     }
-    const watching own_work(false);
+    const heap_watch own_work(false);
     errno = EACCES; // which a success may leave, too
-    if (taken.unwritable || strcmp(mode, "a+") != 0) {
+    if (stand_in.trace_file_unwritable || strcmp(mode, "a+") != 0) {
         return nullptr;
     }
     FILE *file = fopencookie(nullptr, mode, {nullptr, write_trace, nullptr, nullptr});
     setvbuf(file, nullptr, _IONBF, 0); // each write shows, and needs no memory
-#ifdef TESRA_TAKE_MEMORY
-    heap.c_blocks += own_work.was_on ? 1 : 0; // released by fclose
+#ifdef TESRA_HEAP_STAND_IN
+    heap.c_blocks += own_work.outer ? 1 : 0; // released by fclose
 #endif
     return file;
 }
 
-TAKEN_OVER int gettimeofday(timeval *now, void *) noexcept {
-    *now = taken.now;
+STAND_IN int gettimeofday(timeval *now, void *) noexcept {
+    *now = stand_in.clock;
     return 0;
 }
 
-#ifdef TESRA_TAKE_MEMORY
+#ifdef TESRA_HEAP_STAND_IN
 
 extern "C" void *__libc_realloc(void *old, size_t size);
 extern "C" void __libc_free(void *block);
@@ -117,16 +103,17 @@ extern "C" void __libc_free(void *block);
 namespace {
 
 void *resize(long &blocks, void *old, size_t size) {
-    if (watched && ++heap.asked >= heap.first_refused && heap.asked <= heap.last_refused) {
+    if (heap.counted && ++heap.asked >= heap.first_refused && heap.asked <= heap.last_refused) {
         return nullptr;
     }
     void *block = __libc_realloc(old, size);
-    blocks += watched && old == nullptr && block != nullptr ? 1 : 0;
+    blocks += heap.counted && old == nullptr && block != nullptr ? 1 : 0;
     return block;
 }
 
 void release(long &blocks, void *block) {
-    blocks -= watched && block != nullptr ? 1 : 0;
+    blocks -= heap.counted && block != nullptr ? 1 : 0;
+    heap.nulls_released += heap.counted && block == nullptr ? 1 : 0;
     __libc_free(block);
 }
 
@@ -138,20 +125,20 @@ const int libcrypto_is_apart = CRYPTO_set_mem_functions(
 
 } // namespace
 
-TAKEN_OVER void *malloc(size_t size) noexcept {
+STAND_IN void *malloc(size_t size) noexcept {
     return resize(heap.c_blocks, nullptr, size);
 }
 
-TAKEN_OVER void *calloc(size_t count, size_t size) noexcept {
+STAND_IN void *calloc(size_t count, size_t size) noexcept {
     void *block = resize(heap.c_blocks, nullptr, count * size);
     return block == nullptr ? nullptr : memset(block, 0, count * size);
 }
 
-TAKEN_OVER void *realloc(void *old, size_t size) noexcept {
+STAND_IN void *realloc(void *old, size_t size) noexcept {
     return resize(heap.c_blocks, old, size);
 }
 
-TAKEN_OVER void free(void *block) noexcept {
+STAND_IN void free(void *block) noexcept {
     release(heap.c_blocks, block);
 }
 
