@@ -48,6 +48,12 @@ std::string reported() {
     return std::exchange(reports, "");
 }
 
+heap_watch::heap_watch(bool counted) : outer(std::exchange(heap.counted, counted)) {}
+
+heap_watch::~heap_watch() {
+    heap.counted = outer;
+}
+
 #define STAND_IN extern "C" [[gnu::visibility("default")]]
 
 STAND_IN [[gnu::format(printf, 3, 4)]] int platform_log_write(int level, int component,
@@ -83,10 +89,8 @@ STAND_IN FILE *fopen(const char *path, const char *mode) {
         return nullptr;
     }
     FILE *file = fopencookie(nullptr, mode, {nullptr, write_trace, nullptr, nullptr});
-    setvbuf(file, nullptr, _IONBF, 0); // each write shows, and needs no memory
-#ifdef TESRA_HEAP_STAND_IN
+    setvbuf(file, nullptr, _IONBF, 0);       // each write shows, and needs no memory
     heap.c_blocks += own_work.outer ? 1 : 0; // released by fclose
-#endif
     return file;
 }
 

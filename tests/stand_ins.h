@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <string>
-#include <utility>
 
 // The reports since the last call, each "<level> <text>" and a line break. A pointer shows as PTR.
 // An error stands here once, if it reached the platform log first and then the trace file with the
@@ -34,11 +33,10 @@ struct heap_use {
 };
 extern constinit thread_local heap_use heap;
 
-// Has the heap's use counted until it goes out of scope, or not counted.
+// Has the heap's use counted until it goes out of scope, or not counted. Its functions are out of
+// the compiler's sight, which takes free for one that reads no variable.
 struct heap_watch {
-    explicit heap_watch(bool counted) : outer(std::exchange(heap.counted, counted)) {}
-    ~heap_watch() {
-        heap.counted = outer;
-    }
+    explicit heap_watch(bool counted);
+    ~heap_watch();
     bool outer;
 };
