@@ -241,6 +241,7 @@ std::vector<row> quick_rows() {
          "2 Failed to convert ASN.1 time to string", "2 Failed to convert not_after time",
          "2 Failed to get validity range", released, "2 Failed to parse cert at index 1"},
         {CALL(free_cert_data, NO_RECORD), "", "2 Invalid arguments"},
+        {CALL(free_cert_data, CLEARED), "", "4 Free cert data [PTR]"},
 
         {CALL(base64_encode, nullptr), "null", "2 [tesra_base64_encode]: buffer is NULL!\n"},
         {CALL(base64_encode, "A", NO_OUT), "null", "2 Invalid arguments"},
