@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# What the tool prints, and whether its commands agree with each other: tool.sh TOOL..., the command
-# that runs the tool. What stands in front of the tool is an emulator, and slow.
+# What the tool prints, and whether its commands agree with each other: tool.sh TRACED TOOL..., the
+# tool with another trace file, and the command that runs the tool. What stands in front of the tool
+# is an emulator, and slow.
 set -uo pipefail
-tool=("$@") failed=0 limit=$(($# > 1 ? 3 : 150))
+traced=$1 failed=0 limit=$(($# > 2 ? 3 : 50))
+shift
+tool=("$@")
 tests=$(dirname "$(realpath "${BASH_SOURCE[0]}")")
 folder=$(mktemp -d)
 cd "$folder" || exit
@@ -18,6 +21,8 @@ openssl req -x509 -newkey ed25519 -nodes -keyout key.pem -out evil.pem -utf8 \
     -subj $'/CN=a\x1B[31m\\\\\n\xC2\x9B\xE2\x81\xA6\xE2\x80\x8B\xEF\xBB\xBF\xF3\xA0\x81\x81\xC3\xBCz' 2>log
 
 T() { "${tool[@]}" "$@"; }
+# shellcheck disable=SC2317 # a row calls it
+traced() { TRACE_FILE=trace "${tool[@]:0:${#tool[@]}-1}" "$traced" "$@"; }
 
 row() { # command, exit status, output with standard error
     local found
@@ -161,5 +166,7 @@ row "T count --json" 2 "tesra: count: not with such an option"
 row "T show --index 1x" 2 "tesra: --index: must be a position from 0, or -1 for the last one"
 row "T --log 5 count" 2 "tesra: --log: must be 2 (error), 3 (warning), 4 (info) or 11 (debug)"
 row "T trace \$'two\nlines'" 2 "tesra: MESSAGE: must be one line of at most 400 bytes"
+row "traced count key.pem 2>log; printf A | traced dump --trace --label l; traced trace hello
+    sed -E 's/^[^]]*\] [^:]*:[0-9]+://' trace" 0 $'l 0000: 41 \nhello'
 row "diff <(T help) <(POSIXLY_CORRECT=1 T count --log 2 --help) && T -V" 0 9.9.9
 exit "$failed"
