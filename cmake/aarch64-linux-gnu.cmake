@@ -1,5 +1,5 @@
 # Builds for AArch64 with Debian's cross compiler and its libraries of architecture arm64, which lie
-# beside the build machine's own (see debian/control and setup.sh).
+# beside the build machine's own (see debian/control and scripts/setup.sh).
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

@@ -199,7 +199,8 @@ def page(function, rules, record, functions, version, examples):
     lines += rule_lines(rules, lambda number: number in FAILURE_RULES)
     lines += [".SH ATTRIBUTES", "Thread safety: " + roff(parts["safety"])]
     lines += [".SH NOTES", *rule_lines(rules, lambda number: number not in FAILURE_RULES)]
-    if group:
+    # What is said of chains does not concern those who only release a record.
+    if group and "tesra_cert_data *data" not in prototype:
         title, _, text = group.partition("\n\n")
         lines += [f".SS {title}", *paragraphs(text)]
     lines += [".SH EXAMPLES", *code((examples / EXAMPLES[name]).read_text().rstrip())]

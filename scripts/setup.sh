@@ -21,6 +21,7 @@ packages_for() {
         printf '%s\n' googletest g++-aarch64-linux-gnu qemu-user libssl-dev:arm64 libstdc++6:arm64
         ;;
     packages) printf '%s\n' build-essential debhelper lintian ;;
+    installed) printf '%s\n' logrotate ;;
     release) printf '%s\n' mmdebstrap ;;
     esac
 }

@@ -31,9 +31,8 @@ WAYS = {
 }
 
 
-def run(command, files):
-    done = subprocess.run([*tool, *command, *files], capture_output=True, text=True, check=False)
-    return done.stdout
+def run(*command):
+    return subprocess.run([*tool, *command], capture_output=True, text=True, check=False).stdout
 
 
 def faults(text, found, count):
@@ -45,13 +44,12 @@ def faults(text, found, count):
     for number, line in enumerate(text.split("\n"), 1):
         if re.search("-(BEGIN|END) ", line) and number not in named:
             yield f"line {number} is not named"
-    if count and count < sum(body in text for body in bodies) and "; line" not in found["verdict"]:
+    if count and count < sum(body in text for body in bodies) and not any(
+            finding["fault"] for finding in found["findings"]):
         yield "a certificate is lost in silence"
-    line = re.match(r".*?:(\d+): ", found["verdict"])
-    if (found["remedy"] or "").startswith("Remove them") and line:
-        rest = text.split("\n")[int(line[1]) - 1:]
-        if any(len(each) > 60 for each in rest):
-            yield "what holds a certificate is to be removed"
+    rest = re.sub(r".*?:(\d+): .*", r"\1", found["verdict"]) if found["remedy"] == "Remove them." else 999
+    if any(len(line) > 60 for line in text.split("\n")[int(rest) - 1:]):
+        yield "what holds a certificate is to be removed"
 
 
 single = list(itertools.product(WAYS, range(len(lines))))
@@ -67,8 +65,8 @@ with tempfile.TemporaryDirectory() as folder:
                 text = WAYS[way](text, at) if at < len(text) else text
             files.append(pathlib.Path(folder, str(number)))
             files[-1].write_text("\n".join(text) + "\n")
-        counts = dict(line.rsplit(":", 1) for line in run(["count"], files).split())
-        for damage, found in zip(damages[first:], json.loads(run(["check", "--json"], files))):
+        counts = dict(line.rsplit(":", 1) for line in run("count", *files).split())
+        for damage, found in zip(damages[first:], json.loads(run("check", "--json", *files))):
             text = pathlib.Path(found["file"]).read_text()
             for fault in faults(text, found, int(counts.get(found["file"], 0))):
                 print(f"{damage}: {fault}: {found['verdict']}")

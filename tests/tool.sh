@@ -82,34 +82,37 @@ says "cat trusted.pem FILE" 1 " 3 $passed. Convert it"
 says "openssl crl2pkcs7 -nocrl -certfile chain.pem | cat trusted.pem -" 1 " 4 $passed. Convert each"
 says "sed s/CERTIFICATE/certificate/ chain.pem" 1 " 3 $passed. Write CERTIFICATE in"
 says "cat key.pem" 1 " no certificate in it, only PRIVATE KEY. Take the file"
+row "cp trusted.pem CHAIN; T check CHAIN | tail -n 1 | grep -o 'certs [^ ]*'" 1 "certs FILE"
 says "echo '<html>'" 1 " no PEM block in it. file(1)"
 says ":" 1 " empty, where a chain holds one certificate or more"
 
 # Lines that look like part of a block: what is wrong with them, or why no block uses them.
-says "sed 29d chain.pem" 0 " 2 certificates, ends cleanly; line 29: a BEGIN line without an END line"
-says "sed 30d chain.pem" 1 "30: Base64 without a BEGIN line before it; line 43: an END line without its"
-says "sed '14d; 29d' chain.pem" 0 " 2 certificates, ends cleanly; line 14: Base64 without a BEGIN"
-says "sed '14s/^/\x00/' chain.pem" 0 ' 2 certificates, ends cleanly; line 14: a BEGIN line with "\u{0}" in'
+says "sed 29d chain.pem" 0 " 2 certificates, ends cleanly. Line 29: a BEGIN line without an END line"
+says "sed 30d chain.pem" 1 "30: Base64 without a BEGIN line before it. Put the BEGIN line there. Line 43: an"
+says "sed '14d; 29d' chain.pem" 0 " 2 certificates, ends cleanly. Line 14: Base64 without a BEGIN"
+says "sed '14s/^/\x00/' chain.pem" 0 ' 2 certificates, ends cleanly. Line 14: a BEGIN line with "\u{0}" in'
 says "sed '1s/^/\xEF\xBB\xBF\xEF\xBB\xBF/; 44s/^/> /' chain.pem" 1 \
-    '44: an END line with "> " in front (CERTIFICATE of line 30); the library reads no further;'\
-' line 1: a BEGIN line with "\u{FEFF}\u{FEFF}" in front;'
-says "sed '30s/-$//' chain.pem" 1 "30: a BEGIN line with 5 and 4 dashes in place of 5 and 5; line 44:"
+    '44: an END line with "> " in front (CERTIFICATE of line 30); the library reads no further.'\
+' Remove that. Line 1: a BEGIN line with "\u{FEFF}\u{FEFF}" in front;'
+says "sed '30s/-$//' chain.pem" 1 "30: a BEGIN line with 5 and 4 dashes in place of 5 and 5. Correct that. Line 44:"
 says "sed '29{N;s/\n//}' chain.pem" 1 '29: an END line with "BEGIN CERTIFICATE-----" after its dashes'
+row "sed '43{N;s/\n//}' chain.pem | T check | tail -n 1 | grep -o 'Put a .*'" 1 "Put a line break there."
 says "sed '30s/BEGIN/begin/' chain.pem" 1 "30: a BEGIN line in lower case"
 says "head -n 43 chain.pem; printf %s '-----END CERT'" 1 "44: an END line cut off at the end of the file"
 says "sed '13a # -----BEGIN CERTIFICATE----- is next' chain.pem; echo" 1 '46: 1 byte ("\u{A}") after'
 says "for i in {1..99}; do sed 2q chain.pem; done" 1 "3: a BEGIN line without an END line before it"
 says "yes ' -----BEGIN A-----' | head -n 999; cat chain.pem" 0 \
-    ' 3 certificates, ends cleanly; line 1: a BEGIN line with " " in front; line 2: a BEGIN line with'\
+    ' 3 certificates, ends cleanly. Line 1: a BEGIN line with " " in front; line 2: a BEGIN line with'\
 ' " " in front; line 3: a BEGIN line with " " in front; and 996 more faults'
 
 # The first wrong line of a block, in the file's numbers though libcrypto cuts the long line 15.
 says "sed -z 's/\n/&!/19; s/\n//15; s/\n//15; s/\n//15; s/\n//15' chain.pem" 1 "16: "
+says "printf -- '-----BEGIN A-B-----\n!\n-----END A-B-----\n'; cat chain.pem" 1 "1: unreadable (lib"
 says "sed '20s/.*//' chain.pem" 1 "20: a blank line (CERTIFICATE of line 14); the library reads no"
 says "sed '20s/.$/=/' chain.pem" 1 "20: padding before the end of the Base64"
 says "sed '13s/ATE/AT/' chain.pem" 1 '13: an END line without its BEGIN line: "-----END CERTIFICAT-----"'
 says "head -c 1500 chain.pem" 1 "25: cut off, without an END line"
-says "sed G chain.pem" 1 "4: a blank line (CERTIFICATE of line 1); the library reads no further; line 30:"
+says "sed G chain.pem" 1 "4: a blank line (CERTIFICATE of line 1); the library reads no further. Remove"
 says "sed '2i Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,0\n' chain.pem" 1 "1: encrypted"
 row "sed '29s/$/\xC2\xA0/' chain.pem | T check | grep -c '29: .*u{A0}\" a'" 0 2
 
@@ -117,13 +120,15 @@ row "sed '29s/$/\xC2\xA0/' chain.pem | T check | grep -c '29: .*u{A0}\" a'" 0 2
 says "sed 20d chain.pem" 1 "14: unreadable (libcrypto: too long, Type=X509) (CERTIFICATE of line 14); the"
 row "tail -n 1 <<<\"\$(sed 20d chain.pem | T check)\" | grep -o 'Copy it again.'" 0 "Copy it again."
 says "sed '15s/^M/A/' chain.pem" 1 "14: unreadable (libcrypto: wrong tag, Type=X509)"
-says "cat $tests/records/bad-times.pem" 0 " 2 certificates, ends cleanly; line 1: Failed to convert\
+says "cat $tests/records/bad-times.pem" 0 " 2 certificates, ends cleanly. Line 1: Failed to convert\
  ASN.1 time to string, Failed to convert not_before time; line 11:"
 row "cd $tests/records; T show --index -1 empty-attributes.pem" 1 "tesra: empty-attributes.pem:111: \
 position 11: Invalid entry length(0) for NID:13, Failed to get subject common name"
 
 # What follows the last certificate.
 says "cat chain.pem; sed '1,15d; 29,\$d' chain.pem" 1 '45: 809 bytes ("DAYDVQQIDAVUaXJv'
+row "cat chain.pem chain.der | T check | tail -n 1 | grep -o 'Put them .*'" 1 \
+    "Put them into BEGIN and END lines."
 says "cat chain.pem key.pem" 1 "45: PRIVATE KEY after the last certificate, where the library looks"
 says "cat chain.pem; printf -- '-----BEGIN PGP A-----\n\nAA=A\n-----END PGP A-----\n'" 1 "45: no PEM, but PGP"
 
@@ -145,28 +150,34 @@ row "T count chain.pem 'a\\b' chain.pem" 1 \
 row "for name in '[x]' '[]' ++ -- -x; do cp chain.pem ./\$name; done; T count '[x]' '[]' ++ -- --" 0 \
     $'[x]:3\n[]:3\n++:3\n--:3'
 row "truncate -s 2G huge; T count huge chain.pem" 1 $'tesra: huge: 2 GiB or larger\nchain.pem:3'
+row "T count /" 1 "tesra: /: Is a directory"
+row "T show --index 0 chain.pem | sed -n 3p" 0 "  not_before          Nov 22 21:35:45 2026 GMT"
 row "T count chain.pem >/dev/full" 1 "tesra: standard output: cannot be written"
-row "T show --index 1 evil.pem" 1 "tesra: evil.pem: no certificate at position 1; the last is at 0"
+row "T show --index 1 evil.pem" 1 "tesra: evil.pem: the last certificate is at position 0"
 row "T show evil.pem | tail -n 1" 0 '  subject_common_name a\u{1B}[31m\\\u{A}\u{9B}\u{2066}\u{200B}\u{FEFF}\u{E0041}üz'
 row "T check --json evil.pem | grep -o '\"a.*z'" 0 '"a\u001b[31m\\\n\u009b\u2066\u200b\ufeff\udb40\udc41\u00fcz'
 row "T show evil.pem --index 0 --log info 2>&1 >log | grep -cF 'name [a\u{1B}[31m\\\\\u{A}\u{9B}'" 0 2
 row "T count key.pem --log=2 2>&1 | grep -c tesra_" 1 2
 row "PLATFORM_LOG_STDERR=3 T base64 decode --lenient <<<'QUI=' |& sed s/:[0-9]*:/:NN:/" 0 \
     $'tesra: warning: tesra_enc_dec.cpp:NN:Removed 1 trailing whitespaces\nAB'
-row "base64 -w 9 chain.der | T base64 decode | T hex encode | T hex decode | cmp chain.der" 0 ""
-row "T base64 encode; T hex encode" 0 ""
+row "base64 -w 9 chain.der | sed 's/$/\r/' | T base64 decode | T hex encode | T hex decode | cmp chain.der" 0 ""
+row "for form in hex base64 hex; do T \$form encode; printf A | T \$form encode; done" 0 $'41\nQQ==\n41'
 row "for text in QQ==QQ== =QQQ QU=D ==== QUI; do T base64 decode <<<\$text; done |& cut -c 41-" 1 \
     $'character 3 is "="\ncharacter 1 is "="\ncharacter 3 is "="\ncharacter 1 is "="\n3 characters,'\
 ' no multiple of 4'
 row "echo 0x68 | T hex decode" 1 'tesra: standard input: not hexadecimal text: character 2 is "x"'
 row "echo 1G | T hex decode --lenient | T dump --label l" 0 'l 0000: 01 '
 row "T dump --label \$(printf %072d 0) chain.pem" 2 "tesra: --label: at most 71 bytes leave the lines whole"
+row "T dump" 1 "tesra: standard input: nothing to show"
+row "T count chain.pem --log warning; T hex encode a b" 2 $'3\ntesra: hex encode: too many arguments'
 row "T bogus" 2 "tesra: bogus: no such command; \"tesra help\" lists them"
 row "T count --json" 2 "tesra: count: not with such an option"
 row "T show --index 1x" 2 "tesra: --index: must be a position from 0, or -1 for the last one"
 row "T --log 5 count" 2 "tesra: --log: must be 2 (error), 3 (warning), 4 (info) or 11 (debug)"
 row "T trace \$'two\nlines'" 2 "tesra: MESSAGE: must be one line of at most 400 bytes"
-row "traced count key.pem 2>log; printf A | traced dump --trace --label l; traced trace hello
-    sed -E 's/^[^]]*\] [^:]*:[0-9]+://' trace" 0 $'l 0000: 41 \nhello'
+row "traced count key.pem 2>log; printf A | traced dump --trace --label l; traced trace hello; traced trace again
+    sed -E 's/^[^]]*\] [^:]*:[0-9]+://' trace" 0 $'l 0000: 41 \nhello\nagain'
+row "complete() { :; }; compopt() { :; }; . $tests/../tools/tesra.bash-completion
+    COMP_WORDS=(tesra --log debug sh); COMP_CWORD=3; _tesra; echo \$COMPREPLY" 0 show
 row "diff <(T help) <(POSIXLY_CORRECT=1 T count --log 2 --help) && T -V" 0 9.9.9
 exit "$failed"

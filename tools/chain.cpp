@@ -11,16 +11,13 @@ namespace {
 
 using bio_ptr = std::unique_ptr<BIO, decltype([](BIO *bio) { BIO_free_all(bio); })>;
 
-bio_ptr reader_of(std::string_view text) {
-    return bio_ptr(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
-}
-
 // Reads up to the end of the next block.
 bool read_block(BIO *bio, std::string &kind, std::string &content) {
     char *name = nullptr;
     char *header = nullptr;
     unsigned char *data = nullptr;
     long length = 0;
+    ERR_clear_error();
     const bool is_read = PEM_read_bio(bio, &name, &header, &data, &length) == 1;
     kind = is_read ? name : "";
     content.assign(reinterpret_cast<char *>(data), is_read ? static_cast<size_t>(length) : 0);
@@ -41,7 +38,8 @@ line_fault explain_unread(const finding &seen, std::string_view block, bool is_p
     std::string field;
     const char *data = "";
     ERR_clear_error();
-    X509_free(PEM_read_bio_X509(reader_of(block).get(), nullptr, nullptr, nullptr));
+    const bio_ptr bio(BIO_new_mem_buf(block.data(), static_cast<int>(block.size())));
+    X509_free(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
     while (const auto code = ERR_get_error_all(nullptr, nullptr, nullptr, &data, nullptr)) {
         const char *const text = ERR_reason_error_string(code);
         reason = reason.empty() && text != nullptr ? text : reason;
@@ -55,8 +53,11 @@ line_fault explain_unread(const finding &seen, std::string_view block, bool is_p
     }
     // An error in a field tells that the outer length is right.
     const bool is_cut = !is_pem || field == ", Type=X509";
-    return {seen.first_line, "unreadable (libcrypto: " + reason + field + ')',
-            is_cut ? "Copy it again." : "It is whole, so ask whoever made it."};
+    return {seen.first_line,
+            "unreadable (libcrypto: " + (reason.empty() ? "no data" : reason) + field + ')',
+            is_cut          ? "Copy it again."
+            : field.empty() ? "Remove its header."
+                            : "It is whole, so ask whoever made it."};
 }
 
 // Finds out what becomes of a block, and what is wrong with it where its lines do not tell.
@@ -74,25 +75,25 @@ void examine(finding &seen, std::string_view block, bool is_pem, std::string_vie
         if (seen.is_certificate && seen.texts.empty()) {
             seen.fault = {seen.first_line, errors.texts[0] + ", " + errors.texts[1], ""};
         }
+    } else if (is_pem) {
+        const bool is_cms =
+            seen.kind.find("PKCS") != std::string::npos || seen.kind == PEM_STRING_CMS;
+        seen.holds = seen.kind == PEM_STRING_X509_TRUSTED ? finding::trusted
+                     : is_cms                             ? finding::cms
+                     : count_der(content) > 0             ? finding::certificate
+                                                          : finding::nothing;
+        const bool holds = seen.holds != finding::nothing;
+        seen.fault = {seen.first_line, holds ? "passed over with its certificates" : "", ""};
     }
     seen.is_read = is_pem && seen.is_certificate == claims_certificate;
-    seen.holds_certificates =
-        is_pem && !claims_certificate && (seen.is_cms() || count_der(content) > 0);
     if (seen.kind.starts_with("PGP ")) {
         seen.fault = {seen.first_line, "no PEM, but PGP", "Remove it."};
-    } else if (is_pem && !claims_certificate) {
-        seen.fault = {seen.first_line,
-                      seen.holds_certificates ? "passed over with its certificates" : "", ""};
     } else if (!seen.is_read && seen.fault.text.empty()) {
         seen.fault = explain_unread(seen, block, is_pem);
     }
 }
 
 } // namespace
-
-bool finding::is_cms() const {
-    return kind.find("PKCS") != kind.npos || kind == PEM_STRING_CMS;
-}
 
 uint32_t count_certificates(std::string_view chain) {
     return tesra_get_cert_count(chain.data(), static_cast<uint32_t>(chain.size()));
@@ -105,7 +106,7 @@ std::vector<std::string> texts_of(std::string_view chain, int index) {
         return {};
     }
     auto *const texts = reinterpret_cast<char **>(record);
-    const std::vector<std::string> copies(texts, texts + sizeof *record / sizeof *texts);
+    std::vector<std::string> copies(texts, texts + sizeof *record / sizeof *texts);
     tesra_free_cert_data(record);
     return copies;
 }
@@ -118,12 +119,12 @@ size_t count_der(std::string_view bytes) {
         X509_free(cert);
         ++count;
     }
-    return count;
+    return end - at > 1 ? 0 : count;
 }
 
 std::vector<finding> read_chain(const input &chain) {
     const std::string_view text = chain.bytes;
-    const bio_ptr bio = reader_of(text);
+    const bio_ptr bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
     const std::vector<marker_line> markers = find_marker_lines(text);
     auto marker = markers.begin();
     std::vector<finding> findings;
@@ -141,10 +142,7 @@ std::vector<finding> read_chain(const input &chain) {
             const size_t line = marker->fault.line;
             const bool is_end = marker->is_good && !marker->is_begin;
             const bool is_last = block != none && !marker->is_begin && marker->end >= end;
-            // A byte order mark is passed over where a read starts, and nowhere else.
-            const bool opens = marker->is_begin &&
-                               (marker->is_good || (marker->has_mark && marker->begin == start));
-            if (block == none && opens) {
+            if (block == none && marker->is_begin && marker->is_good) {
                 block = findings.size();
                 open = is_pem ? none : block;
                 findings.push_back(
@@ -153,7 +151,8 @@ std::vector<finding> read_chain(const input &chain) {
                                       is_pem)});
             } else if (is_last && (is_pem || (is_end && marker->kind == findings[block].kind))) {
                 open = none;
-            } else if (block != none && !is_pem && findings[block].fault.text.empty()) {
+            } else if (block != none && !is_pem && !marker->is_base64 &&
+                       findings[block].fault.text.empty()) {
                 findings[block].fault = marker->fault;
                 open = is_last ? none : open;
             } else if (block == none && open != none && is_end) {
@@ -163,11 +162,12 @@ std::vector<finding> read_chain(const input &chain) {
                 findings.push_back({0, 0, line, line, "", marker->fault});
             }
         }
-        if (block == none && is_pem) {
-            // libcrypto takes a line of more than 254 bytes for several, and found it within one.
+        if (block == none &&
+            (is_pem || ERR_GET_REASON(ERR_peek_last_error()) != PEM_R_NO_START_LINE)) {
+            // Such as a part of a line of more than 254 bytes, which libcrypto takes for several.
             block = findings.size();
             const size_t line = line_breaks(text.substr(0, start)) + 1;
-            findings.push_back({start, end, line, line, kind});
+            findings.push_back({start, end, line, line, is_pem ? kind : "block"});
         }
         if (block != none) {
             finding &seen = findings[block];

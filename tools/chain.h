@@ -14,14 +14,12 @@ struct finding {
     size_t last_line = 1;
     std::string kind = {}; // as the BEGIN line names it; none, of a line that is no block
     line_fault fault = {};
-    bool is_read = true;                 // the library stops at what it cannot read
-    bool is_reached = true;              // it has not stopped before
-    bool is_certificate = false;         // that the library counts
-    bool holds_certificates = false;     // that the library passes over
-    int position = -1;                   // as a certificate that it reaches
+    bool is_read = true;         // the library stops at what it cannot read
+    bool is_reached = true;      // it has not stopped before
+    bool is_certificate = false; // that the library counts
+    enum { nothing, trusted, cms, certificate } holds = nothing; // that the library passes over
+    int position = -1;                                           // as a certificate that it reaches
     std::vector<std::string> texts = {}; // of its record, in order; none, if it has none
-
-    bool is_cms() const; // PKCS#7 goes by several names
 };
 
 uint32_t count_certificates(std::string_view chain);
@@ -33,5 +31,6 @@ std::vector<std::string> texts_of(std::string_view chain, int index);
 // cannot be read, as the library does not.
 std::vector<finding> read_chain(const input &chain);
 
-// How many certificates the bytes begin with, one after another.
+// How many certificates the bytes are, one after another; 0, if they are anything else, too, but
+// for a line break.
 size_t count_der(std::string_view bytes);

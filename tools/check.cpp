@@ -21,18 +21,15 @@ std::string subject_of(const std::vector<std::string> &texts) {
     return "no name";
 }
 
-enum { NOT_AFTER = 2 };
-
 json json_of(const finding &seen) {
-    const bool has_record = !seen.texts.empty();
     return {
         {"first_line", seen.first_line},
         {"last_line", seen.last_line},
         {"kind", text_or_null(seen.kind)},
         {"reached", seen.is_reached},
         {"position", seen.position < 0 ? json() : json(seen.position)},
-        {"subject", has_record ? json(subject_of(seen.texts)) : json()},
-        {"not_after", has_record ? json(seen.texts[NOT_AFTER]) : json()},
+        {"subject", !seen.texts.empty() ? json(subject_of(seen.texts)) : json()},
+        {"not_after", !seen.texts.empty() ? json(seen.texts[2]) : json()},
         {"fault_line", seen.fault.text.empty() ? json() : json(seen.fault.line)},
         {"fault", text_or_null(seen.fault.text)},
         {"remedy", text_or_null(seen.fault.remedy)},
@@ -47,8 +44,8 @@ std::string text_of(const finding &seen) {
             : !seen.is_reached        ? ", not reached"
             : seen.fault.text.empty() ? ", passed over"
                                       : "";
-    if (!seen.texts.empty()) {
-        text += ": " + excerpt(subject_of(seen.texts)) + ", until " + seen.texts[NOT_AFTER];
+    if (!seen.texts.empty()) { // [2] is not_after
+        text += ": " + excerpt(subject_of(seen.texts)) + ", until " + seen.texts[2];
     }
     if (!seen.fault.text.empty()) {
         text +=

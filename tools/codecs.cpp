@@ -24,15 +24,15 @@ std::string as_one_line(const input &text, const encoding &form) {
     std::string line = text.bytes.substr(0, text.bytes.find_last_not_of(blanks) + 1);
     line.erase(0, line.find_first_not_of(blanks));
     std::erase_if(line, [](char byte) { return byte == '\n' || byte == '\r'; });
-    const std::string refused = text.name + ": not " + form.name + ": ";
     const size_t end = std::min(line.find_first_not_of(form.characters), line.size());
-    if (line.size() - end > form.padding || line.find_first_not_of('=', end) != line.npos) {
-        throw refusal(refused + "character " + std::to_string(end + 1) + " is \"" +
-                      escaped(line.substr(end, 1)) + '"');
-    }
-    if (line.size() % form.group != 0) {
-        throw refusal(refused + counted(line.size(), "character") + ", no multiple of " +
-                      std::to_string(form.group));
+    const bool is_padded =
+        line.size() - end <= form.padding && line.find_first_not_of('=', end) == line.npos;
+    if (!is_padded || line.size() % form.group != 0) {
+        throw refusal(text.name + ": not " + form.name + ": " +
+                      (is_padded ? counted(line.size(), "character") + ", no multiple of " +
+                                       std::to_string(form.group)
+                                 : "character " + std::to_string(end + 1) + " is \"" +
+                                       escaped(line.substr(end, 1)) + '"'));
     }
     return line;
 }

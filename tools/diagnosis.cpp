@@ -22,10 +22,12 @@ bool is_der(type *decode(type **, const unsigned char **, long), std::string_vie
     return value != nullptr;
 }
 
-// The file's name as a shell takes it; FILE, if it has none or none that can be shown as it is.
+// The file's name as a shell takes it; FILE, if it has none, none that can be shown as it is, or
+// that of the file to be written.
 std::string shell_word(const std::string &path) {
-    const bool is_plain = path[0] != '-' && escaped(path) == path && path.find('\'') == path.npos;
-    return is_plain ? '\'' + path + '\'' : "FILE";
+    const bool is_plain =
+        escaped(path) == path && path.find('\'') == path.npos && !path.ends_with("CHAIN");
+    return is_plain ? (path[0] == '-' ? "'./" : "'") + path + '\'' : "FILE";
 }
 
 // OpenSSL's store finds certificates in DER, in PKCS#12, and in PEM blocks with trust settings.
@@ -86,14 +88,11 @@ line_fault explain_form(std::string_view text, const std::string &file) {
 // Of a file whose PEM blocks, if it has any, are all of kinds that the library passes over.
 line_fault explain_no_certificate(const input &chain, const std::vector<finding> &findings) {
     const std::string file = shell_word(chain.path);
-    size_t holders = 0;
-    size_t trusted = 0;
-    size_t cms = 0;
+    size_t counts[4] = {};
     for (const finding &seen : findings) {
-        holders += seen.holds_certificates;
-        trusted += seen.kind == PEM_STRING_X509_TRUSTED;
-        cms += seen.is_cms();
+        ++counts[seen.holds];
     }
+    const size_t holders = findings.size() - counts[finding::nothing];
     if (findings.empty()) {
         return explain_form(chain.bytes, file);
     }
@@ -102,10 +101,10 @@ line_fault explain_no_certificate(const input &chain, const std::vector<finding>
                 "Take the file that holds the certificate."};
     }
     return {0, counted(holders, "block") + " with certificates that the library passes over",
-            holders == trusted ? store_command(file)
-            : cms == 0         ? "Write CERTIFICATE in their BEGIN and END lines."
-            : holders == 1     ? cms_command(file, "PEM")
-                               : "Convert each by itself."};
+            holders == counts[finding::trusted] ? store_command(file)
+            : counts[finding::cms] == 0         ? "Write CERTIFICATE in their BEGIN and END lines."
+            : holders == 1                      ? cms_command(file, "PEM")
+                                                : "Convert each by itself."};
 }
 
 // Why the library refuses the chain, and the finding that says so, if there is one.
@@ -142,7 +141,9 @@ line_fault explain_refused(const input &chain, const std::vector<finding> &all,
         return cause->fault;
     }
     return {cause->first_line, excerpt(cause->kind) + fails,
-            "Move it in front of a certificate, or elsewhere."};
+            cause->holds != finding::nothing
+                ? "Convert it, or write CERTIFICATE in its BEGIN and END lines."
+                : "Move it in front of a certificate, or elsewhere."};
 }
 
 std::string other_faults(const std::vector<finding> &findings, const finding *cause) {
@@ -150,7 +151,8 @@ std::string other_faults(const std::vector<finding> &findings, const finding *ca
     size_t count = 0;
     for (const finding &seen : findings) {
         if (&seen != cause && !seen.fault.text.empty() && ++count <= 3) {
-            text += "; line " + std::to_string(seen.fault.line) + ": " + seen.fault.text;
+            text += (count == 1 ? "Line " : "; line ") + std::to_string(seen.fault.line) + ": " +
+                    seen.fault.text;
         }
     }
     return text + (count > 3 ? "; and " + counted(count - 3, "more fault") : "");
@@ -160,18 +162,23 @@ std::string other_faults(const std::vector<finding> &findings, const finding *ca
 
 std::string diagnosis::in_one_line() const {
     const char *const before = remedy.find("CHAIN") != remedy.npos ? ". Convert it: " : ". ";
-    return verdict + (remedy.empty() ? "" : before) + remedy;
+    return verdict + (remedy.empty() ? "" : before + remedy) +
+           (others.empty()   ? ""
+            : remedy.empty() ? ". "
+                             : " ") +
+           others;
 }
 
 diagnosis diagnose(const input &chain, uint32_t certificates) {
-    std::vector<finding> findings = read_chain(chain);
+    diagnosis found = {read_chain(chain), "", "", ""};
     const finding *cause = nullptr;
     const line_fault what =
         certificates > 0
             ? line_fault{0, counted(certificates, "certificate") + ", ends cleanly", ""}
-            : explain_refused(chain, findings, cause);
-    const std::string verdict =
-        chain.name + ':' + (what.line > 0 ? std::to_string(what.line) + ':' : "") + ' ' +
-        what.text + (what.line > 0 || certificates > 0 ? other_faults(findings, cause) : "");
-    return {std::move(findings), verdict, what.remedy};
+            : explain_refused(chain, found.findings, cause);
+    found.verdict =
+        chain.name + ':' + (what.line > 0 ? std::to_string(what.line) + ':' : "") + ' ' + what.text;
+    found.remedy = what.remedy;
+    found.others = what.line > 0 || certificates > 0 ? other_faults(found.findings, cause) : "";
+    return found;
 }

@@ -10,6 +10,7 @@ struct diagnosis {
     std::vector<finding> findings;
     std::string verdict; // with the chain's name in front
     std::string remedy;  // in words, or a command that makes a good chain, CHAIN; or empty
+    std::string others;  // the faults that the verdict is not about
 
     std::string in_one_line() const;
 };

@@ -14,9 +14,8 @@ int dump(const command_line &given) {
         if (data.bytes.empty()) {
             throw refusal(data.name + ": nothing to show");
         }
-        const int head = snprintf(nullptr, 0, " %04X: ", data.length() - 1);
-        const size_t room =
-            126 - static_cast<size_t>(head) - 3 * std::min<size_t>(data.bytes.size(), 16);
+        const auto head = static_cast<size_t>(snprintf(nullptr, 0, " %04X: ", data.length() - 1));
+        const size_t room = 126 - head - 3 * std::min<size_t>(data.bytes.size(), 16);
         if (given.label.size() > room) {
             throw wrong_usage("--label: at most " + counted(room, "byte") +
                               " leave the lines whole");

@@ -3,7 +3,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <optional>

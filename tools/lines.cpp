@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr const char *put_begin = "Put the BEGIN line there.";
+
 // libcrypto passes over bytes beyond ASCII at the end of a line where char is signed.
 constexpr bool passes_over = static_cast<char>(0x80) < 0;
 
@@ -37,7 +39,7 @@ using marker = std::match_results<std::string_view::const_iterator>;
 enum { FRONT = 1, DASHES_BEFORE, WORD, KIND, DASHES_AFTER, REST };
 
 bool find_marker(std::string_view line, marker &found) {
-    static const std::regex pattern("([^]*?)(-*)\\b(BEGIN|END) ([^-]*)(-*)([^]*)",
+    static const std::regex pattern("(|[^]*?[^-])(-*)\\b(BEGIN|END) ([^-]*)(-*)([^]*)",
                                     std::regex::icase | std::regex::optimize);
     // A longer line is not read to its end: what matters stands at its start.
     line = trimmed(line, passes_over).substr(0, 500);
@@ -53,16 +55,19 @@ line_fault explain(const marker &found, std::string_view line, size_t number, bo
     const auto before = found.length(DASHES_BEFORE);
     const auto after = found.length(DASHES_AFTER);
     const bool is_begin = found.length(WORD) == 5;
+    const auto mend = [](std::string_view part) {
+        const bool is_line =
+            std::all_of(part.begin(), part.end(), is_base64) || part.ends_with("-----");
+        return is_line ? "Put a line break there." : "Remove that.";
+    };
     const struct {
         bool is_so;
         std::string text;
         std::string remedy;
     } causes[] = {
         {found.length(FRONT) > 0, "with " + in_quotes(found.str(FRONT)) + " in front",
-         "Remove that."},
-        {!rest.empty(), "with " + in_quotes(rest) + " after its dashes",
-         holds_base64(rest) || rest.ends_with("-----") ? "Put a line break there."
-                                                       : "Remove that."},
+         mend(found.str(FRONT))},
+        {!rest.empty(), "with " + in_quotes(rest) + " after its dashes", mend(rest)},
         {is_last && after < 5, "cut off at the end of the file", "Copy it again."},
         {before != 5 || after != 5,
          "with " + std::to_string(before) + " and " + std::to_string(after) +
@@ -80,8 +85,7 @@ line_fault explain(const marker &found, std::string_view line, size_t number, bo
 
 // Whether the line, from `at` to `end`, is no more than a quotation in a comment.
 bool is_quoted(const marker &found, std::string_view text, size_t at, size_t end) {
-    const std::string around = found.str(FRONT) + found.str(REST);
-    const bool has_words = std::any_of(around.begin(), around.end(),
+    const bool has_words = std::any_of(found[FRONT].first, found[FRONT].second,
                                        [](char byte) { return byte > ' ' && is_ascii(byte); });
     const size_t before = at == 0 ? 0 : text.substr(0, at - 1).rfind('\n') + 1;
     const size_t after = end < text.size() ? end + line_at(text, end).size() : end;
@@ -112,18 +116,14 @@ std::vector<marker_line> find_marker_lines(std::string_view text) {
             const bool is_begin = found.length(WORD) == 5;
             const std::string kind = found.str(KIND) + found.str(DASHES_AFTER).erase(0, 5);
             const std::string good = (is_begin ? "-----BEGIN " : "-----END ") + kind + "-----";
-            lines.push_back({at, end, is_begin, false, seen == good, seen == "\xEF\xBB\xBF" + good,
-                             kind, explain(found, seen, number, line.back() != '\n')});
-        } else if (may_start && line.starts_with("MI") && holds_base64(line)) {
-            lines.push_back(
-                {at,
-                 end,
-                 false,
-                 true,
-                 false,
-                 false,
-                 "",
-                 {number, "Base64 without a BEGIN line before it", "Put the BEGIN line there."}});
+            // libcrypto passes over a byte order mark where it starts to read.
+            const bool starts = at == 0 || (!lines.empty() && lines.back().end == at);
+            const bool is_good = seen == good || (starts && seen == "\xEF\xBB\xBF" + good);
+            lines.push_back({at, end, is_begin, false, is_good, kind,
+                             explain(found, seen, number, line.back() != '\n')});
+        } else if (may_start && line.find("MI") < 4 && holds_base64(line)) {
+            const std::string fault = "Base64 without a BEGIN line before it";
+            lines.push_back({at, end, false, true, false, "", {number, fault, put_begin}});
         }
         has_markers = has_markers || is_marker;
         may_start = is_marker ? found.length(WORD) != 5 : !holds_base64(line);

@@ -19,7 +19,6 @@ struct marker_line {
     bool is_begin;
     bool is_base64;   // no such line, but the start of a certificate without a BEGIN line before it
     bool is_good;     // just as it should be
-    bool has_mark;    // but for a byte order mark in front
     std::string kind; // that it names
     line_fault fault; // why no block uses it
 };

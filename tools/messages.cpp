@@ -11,7 +11,7 @@ namespace {
 // make one name look like another. Those that combine with the one in front are seen, but for the
 // variation selectors.
 bool hides_itself(wchar_t character) {
-    const auto code = static_cast<std::wint_t>(character);
+    const auto code = std::wint_t{static_cast<unsigned>(character)};
     return (wcwidth(character) == 0 && std::iswctype(code, std::wctype("combining")) == 0) ||
            (std::iswspace(code) != 0 && character != L' ') ||
            (character >= 0xFE00 && character <= 0xFE0F) ||

@@ -45,9 +45,8 @@ json certificates_of(const input &chain, const std::optional<int> &index) {
         list.push_back(json_of(seen.texts));
     }
     if (list.empty()) {
-        const std::string none = chain.name + ": no certificate at position ";
         throw refusal(last < 0 ? found.in_one_line()
-                               : none + std::to_string(wanted) + "; the last is at " +
+                               : chain.name + ": the last certificate is at position " +
                                      std::to_string(last));
     }
     return list;

@@ -23,8 +23,7 @@ constexpr const char *summary = R"(Usage: tesra [OPTION...] COMMAND [ARGUMENT...
   dump [--label TEXT] [--trace] [FILE]     bytes in hexadecimal, 16 to a line
   trace MESSAGE                            a line for the trace file
 
-Without FILE, or with -, the input is standard input. With --lenient, text is
-what the library takes; with --trace, the lines go to the trace file. Options:
+Without FILE, or with -, the input is standard input. Options:
 
   --log LEVEL       show the library's reports on standard error up to this
                     level: 2 or error, 3 or warning, 4 or info, 11 or debug
@@ -97,11 +96,11 @@ int run(command_line given) {
             continue;
         }
         words.erase(words.begin(), words.begin() + (first == command.name ? 1 : 2));
-        if (given.options.find_first_not_of(command.options) != std::string::npos) {
-            throw wrong_usage(std::string(command.name) + ": not with such an option");
-        }
-        if (words.size() > command.words) {
-            throw wrong_usage(escaped(words[command.words]) + ": one argument too many");
+        const bool has_others =
+            given.options.find_first_not_of(command.options) != std::string::npos;
+        if (has_others || words.size() > command.words) {
+            throw wrong_usage(std::string(command.name) +
+                              (has_others ? ": not with such an option" : ": too many arguments"));
         }
         return command.run(given);
     }

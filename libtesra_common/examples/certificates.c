@@ -17,7 +17,7 @@ int main(int argc, char **argv) {
         if (data == NULL) {
             return 1;
         }
-        /* A name may hold control characters: show it escaped. */
+        /* Names may hold control characters: escape them for people. */
         printf("%s: %s\n", data->subject_common_name, data->not_after);
         tesra_free_cert_data(data);
     }

@@ -12,12 +12,13 @@
  * 4. Nothing is kept from one call to the next, so there is nothing to initialise or to shut down.
  *    All functions may be called from several threads at once. The library has no lock of its own,
  *    but takes those of the C library and of OpenSSL: after fork(2) in a process of several threads
- *    the child calls nothing of the library before execve(2), or it may wait forever. Environment
+ *    the child must call nothing of the library before execve(2), or it may wait forever. Environment
  *    and locale must not change while a call runs. The functions are not for signal handlers. A
  *    thread that is cancelled within a call leaks what the call has made.
  * 5. What happens is reported, in each layer that it passes through, innermost first: errors (level
  *    2) to the platform's log and to the trace file; warnings (level 3), results (level 4), entries
- *    into functions and the lengths that codecs work on (level 11) to the platform's log alone.
+ *    into functions other than tesra_trace and tesra_dump, and the lengths that codecs work on
+ *    (level 11) to the platform's log alone. Where the lines of a dump go is for the caller to say.
  *    Every failure is an error, except that an empty chain in tesra_get_cert_count and an empty
  *    buffer in tesra_dump are warnings. A report that cannot be delivered is lost.
  * 6. OpenSSL's error queue is neither read nor cleared: entries that a failed call leaves there are
@@ -41,7 +42,10 @@
 extern "C" {
 #endif
 
-/** The trace file: text, one line per report, appended to and never truncated. */
+/**
+ * The trace file: text, one line per report, with an empty line after an error of
+ * tesra_base64_encode; appended to and never truncated.
+ */
 #define TESRA_TRACE_FILE "/var/log/miraxlog"
 
 /**
@@ -58,12 +62,12 @@ extern "C" {
  * file has to be readable, too; if there is none, it is created with mode 0666 less the umask. If
  * it cannot be opened or written, the line is lost without notice. Where the process has a file
  * size limit, a write beyond it raises SIGXFSZ, which ends a process that does not ignore it. That
- * holds for every function that reports an error.
+ * holds for every call that reports an error, and for tesra_dump with TESRA_DUMP_TRACE.
  *
  * @param level   importance of the report, 0 to 255: 2 error, 3 warning, 4 information, 11 debug
  * @param file    name of the reporting source file; NUL-terminated, not null
  * @param line    line of the report in that file
- * @param format  printf(3) format of the message; NUL-terminated, not null
+ * @param format  the message, as printf(3) takes it; NUL-terminated, not null
  * @param ...     what `format` asks for
  *
  * errno is left as it was.
@@ -111,7 +115,8 @@ TESRA_API void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffe
  *
  * A certificate is a PEM block of the kind CERTIFICATE or X509 CERTIFICATE. What stands before it
  * is passed over: blank lines, other text, and well-formed PEM blocks of other kinds, TRUSTED
- * CERTIFICATE among them.
+ * CERTIFICATE among them. A block without an END line goes on to the next one: of two certificates
+ * that are joined in this way only the first is read, and the other is lost without notice.
  *
  * The chain ends cleanly if nothing follows the END line of its last certificate. The line break of
  * that line may be missing. Anything after the line break, such as a blank line or a NUL, is taken
@@ -120,9 +125,10 @@ TESRA_API void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffe
  * A BEGIN or END line starts with its dashes. After its last dashes it may have blanks and control
  * characters: bytes up to 0x20, NUL included, so a chain without a line break at its end may be
  * passed with its terminating NUL. Where char is signed, as on x86-64, bytes from 0x80 on may stand
- * there, too; on AArch64 a line with them is neither. A byte order mark may stand before a BEGIN
- * line at the start of the chain and right after another block. libcrypto reads a line of more than
- * 254 bytes in pieces of 254, and each piece may be a BEGIN line.
+ * there, too; on AArch64 a line with them is neither a BEGIN nor an END line. A byte order mark may
+ * stand before a BEGIN line at the start of the chain and right after another block. libcrypto reads
+ * a line of more than 254 bytes in pieces of 254 and takes each for a line of its own: one may be a
+ * BEGIN line, and the rest of a longer END line counts as text after it.
  *
  * cert_len counts bytes. More than libcrypto's memory buffers hold, 1.5 GiB, is refused ("Write to
  * BIO failed, ret: -1"); 2^31 and more is refused in the same words, unread.
@@ -149,7 +155,7 @@ TESRA_API void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffe
  * @return the number of certificates, at least 1; or 0 if `cert_chain` is null, `cert_len` is 0 or
  *         more than libcrypto takes, the chain holds no certificate, one of its certificates cannot
  *         be read, a PEM block of another kind is damaged, the chain does not end cleanly, or
- * memory is exhausted
+ *         memory is exhausted
  *
  * Thread-safety: safe.
  */
@@ -196,8 +202,8 @@ typedef struct tesra_cert_data {
  * @param index       position of the certificate, from 0; -1 is the last one of a chain that ends
  *                    cleanly
  * @return a new record, released with tesra_free_cert_data; or null if `cert_chain` is null,
- *         `cert_len` is 0 or more than libcrypto takes, the chain has no certificate at `index`,
- * the certificate or one before it cannot be read, a PEM block of another kind before it is
+ *         `cert_len` is 0 or more than libcrypto takes, the chain has no certificate at `index`, the
+ *         certificate or one before it cannot be read, a PEM block of another kind before it is
  *         damaged, one of the twelve name attributes is present but empty or cannot be converted to
  *         UTF-8, a time or the serial number cannot be converted, or memory is exhausted
  *

@@ -26,5 +26,7 @@ expect "00FF7F: 3 bytes" "$work/build/consumer"
 
 tesra=$(command -v tesra)
 expect 3 "$tesra" count "$here/../../samples/chain.pem"
-expect "$(pkg-config --modversion tesra_common)" "$tesra" -V
+version=$(pkg-config --modversion tesra_common)
+expect "$version" "$tesra" -V
+zcat -f "${tesra%/bin/tesra}"/share/man/man1/tesra.1* | grep -q "libtesra_common $version"
 echo "used from C, from C++ and on the command line"
