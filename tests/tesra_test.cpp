@@ -65,7 +65,7 @@ std::string get_cert_count(const input &chain, given trace = A_FILE) {
         watched([&] { return tesra_get_cert_count(chain.text, chain.length32); }));
 }
 
-// The fifteen texts of the record, a "|" behind each.
+// The fifteen texts of the record, a "|" after each.
 std::string get_cert_data(const input &chain, int index) {
     tesra_cert_data *data =
         watched([&] { return tesra_get_cert_data(chain.text, chain.length32, index); });
