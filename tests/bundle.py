@@ -1,8 +1,7 @@
 #!/usr/bin/python3
-"""What the tool shows of real certificates is what an independent reader finds in them.
+# What the tool shows of real certificates is what an independent reader finds in them:
+# bundle.py BUNDLE TOOL
 
-bundle.py BUNDLE TOOL
-"""
 import json
 import pathlib
 import re
@@ -13,12 +12,9 @@ from cryptography import x509
 from cryptography.x509.oid import NameOID
 
 ATTRIBUTES = {
-    "country": NameOID.COUNTRY_NAME,
-    "state": NameOID.STATE_OR_PROVINCE_NAME,
-    "locality": NameOID.LOCALITY_NAME,
-    "org": NameOID.ORGANIZATION_NAME,
-    "org_unit": NameOID.ORGANIZATIONAL_UNIT_NAME,
-    "common_name": NameOID.COMMON_NAME,
+    "country": NameOID.COUNTRY_NAME, "state": NameOID.STATE_OR_PROVINCE_NAME,
+    "locality": NameOID.LOCALITY_NAME, "org": NameOID.ORGANIZATION_NAME,
+    "org_unit": NameOID.ORGANIZATIONAL_UNIT_NAME, "common_name": NameOID.COMMON_NAME,
 }
 
 

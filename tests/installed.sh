@@ -43,6 +43,8 @@ trace_file_is "a line" " after another start of the system"
 logrotate --force --state "$folder/state" /etc/logrotate.d/libtesra-common
 trace_file_is "" " after its rotation"
 [ "$(zcat /var/log/miraxlog.1.gz)" = "a line" ] || fail "no line in the file rotated"
+rm /var/log/miraxlog
+logrotate --force --state "$folder/state" /etc/logrotate.d/libtesra-common
 dpkg --verify "${names[@]}"
 version=$(dpkg-query -W -f '${Version}' libtesra-common-dev)
 [ "$version" = "$(pkg-config --modversion tesra_common)" ] || fail "packages of version $version"
@@ -50,6 +52,8 @@ version=$(dpkg-query -W -f '${Version}' libtesra-common-dev)
 dpkg-deb -x "$packages"/tesra-tools_*_arm64.deb "$folder/arm64"
 [ "$(qemu-aarch64 "$folder/arm64/usr/bin/tesra" count "$sources/samples/chain.pem")" = 3 ]
 
+apt-get remove -y "${names[@]}" >"$folder/log" 2>&1
+[ -e /var/log/miraxlog.1.gz ] || fail "rotated files are gone before the packages are purged"
 purge
 trap 'rm -rf "$folder"' EXIT
 left=$(find /etc /usr /var/log -xdev \( -name '*tesra*' -o -name '*platform_log*' \

@@ -1,8 +1,7 @@
 #!/usr/bin/python3
-"""What check says of every way to damage one line, or some ways to damage two, of a chain of four.
+# What check says of every way to damage one line, or some ways to damage two, of a chain of four:
+# mutations.py NUMBER_OF_PAIRS TOOL...
 
-mutations.py NUMBER_OF_PAIRS TOOL...
-"""
 import itertools
 import json
 import pathlib
@@ -35,8 +34,8 @@ def run(*command):
     return subprocess.run([*tool, *command], capture_output=True, text=True, check=False).stdout
 
 
+# What is wrong with what is said of a text of which the library counts so many certificates.
 def faults(text, found, count):
-    """What is wrong with what is said of a text of which the library counts so many certificates."""
     if found["count"] != count:
         yield "the library counts otherwise"
     named = {finding[key] for finding in found["findings"]

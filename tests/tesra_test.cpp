@@ -1,5 +1,5 @@
-// The exported functions, by one table of calls: what each hands back and what it reports. Quick rows
-// are also tried from several threads at once, and with allocations refused in turn.
+// The exported functions, by one table of calls: what each hands back and what it reports. Quick
+// rows are also tried from several threads at once, and with allocations refused in turn.
 
 #include "stand_ins.h"
 #include "tesra_common.h"

@@ -147,8 +147,8 @@ row "T show --json chain.pem - <evil.pem | grep -cE 'serial|file'" 0 6
 # Files and standard input.
 row "T count chain.pem 'a\\b' chain.pem" 1 \
     $'chain.pem:3\ntesra: a\\\\b: No such file or directory\nchain.pem:3'
-row "for name in '[x]' '[]' ++ -- -x; do cp chain.pem ./\$name; done; T count '[x]' '[]' ++ -- --" 0 \
-    $'[x]:3\n[]:3\n++:3\n--:3'
+row "for name in '[x]' '[]' ++ -- 'c\\d'; do cp chain.pem ./\$name; done; T count '[x]' '[]' ++ 'c\\d' -- --" 0 \
+    $'[x]:3\n[]:3\n++:3\nc\\\\d:3\n--:3'
 row "truncate -s 2G huge; T count huge chain.pem" 1 $'tesra: huge: 2 GiB or larger\nchain.pem:3'
 row "T count /" 1 "tesra: /: Is a directory"
 row "T show --index 0 chain.pem | sed -n 3p" 0 "  not_before          Nov 22 21:35:45 2026 GMT"

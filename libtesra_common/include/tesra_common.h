@@ -12,9 +12,9 @@
  * 4. Nothing is kept from one call to the next, so there is nothing to initialise or to shut down.
  *    All functions may be called from several threads at once. The library has no lock of its own,
  *    but takes those of the C library and of OpenSSL: after fork(2) in a process of several threads
- *    the child must call nothing of the library before execve(2), or it may wait forever. Environment
- *    and locale must not change while a call runs. The functions are not for signal handlers. A
- *    thread that is cancelled within a call leaks what the call has made.
+ *    the child must call nothing of the library before execve(2), or it may wait forever.
+ *    Environment and locale must not change while a call runs. The functions are not for signal
+ *    handlers. A thread that is cancelled within a call leaks what the call has made.
  * 5. What happens is reported, in each layer that it passes through, innermost first: errors (level
  *    2) to the platform's log and to the trace file; warnings (level 3), results (level 4), entries
  *    into functions other than tesra_trace and tesra_dump, and the lengths that codecs work on
@@ -126,9 +126,9 @@ TESRA_API void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffe
  * characters: bytes up to 0x20, NUL included, so a chain without a line break at its end may be
  * passed with its terminating NUL. Where char is signed, as on x86-64, bytes from 0x80 on may stand
  * there, too; on AArch64 a line with them is neither a BEGIN nor an END line. A byte order mark may
- * stand before a BEGIN line at the start of the chain and right after another block. libcrypto reads
- * a line of more than 254 bytes in pieces of 254 and takes each for a line of its own: one may be a
- * BEGIN line, and the rest of a longer END line counts as text after it.
+ * stand before a BEGIN line at the start of the chain and right after another block. libcrypto
+ * reads a line of more than 254 bytes in pieces of 254 and takes each for a line of its own: one
+ * may be a BEGIN line, and the rest of a longer END line counts as text after it.
  *
  * cert_len counts bytes. More than libcrypto's memory buffers hold, 1.5 GiB, is refused ("Write to
  * BIO failed, ret: -1"); 2^31 and more is refused in the same words, unread.
@@ -202,8 +202,8 @@ typedef struct tesra_cert_data {
  * @param index       position of the certificate, from 0; -1 is the last one of a chain that ends
  *                    cleanly
  * @return a new record, released with tesra_free_cert_data; or null if `cert_chain` is null,
- *         `cert_len` is 0 or more than libcrypto takes, the chain has no certificate at `index`, the
- *         certificate or one before it cannot be read, a PEM block of another kind before it is
+ *         `cert_len` is 0 or more than libcrypto takes, the chain has no certificate at `index`,
+ *         the certificate or one before it cannot be read, a PEM block of another kind before it is
  *         damaged, one of the twelve name attributes is present but empty or cannot be converted to
  *         UTF-8, a time or the serial number cannot be converted, or memory is exhausted
  *
