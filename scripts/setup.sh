@@ -98,8 +98,8 @@ copy_sources() {
     tar -C "$root" --exclude=./.git --exclude='./build*' -c . | tar -C "$1" -x
 }
 
-# Runs a command while no other ./run or ./test is at work in this folder, as happens when two of
-# them stand in one pipe.
+# Runs a command while no other ./run or ./test is at work in this folder, as when one is piped into
+# another.
 with_lock() {
     mkdir -p "$root/build" 2>/dev/null || true
     if [ ! -w "$root/build" ]; then

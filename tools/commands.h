@@ -9,8 +9,8 @@ int show(const command_line &given);
 int check(const command_line &given);
 
 // Base64 and hexadecimal text. Empty input gives empty output, which the library refuses to make.
-// The decoders take text that is broken into lines or not, and that stands for its bytes as the
-// encoders write them, in digits of either case; or, with --lenient, what the library takes.
+// The decoders take text that is broken into lines or not, with padding at its end alone, or with
+// two digits for each byte; or, with --lenient, what the library takes.
 int base64_encode(const command_line &given);
 int base64_decode(const command_line &given);
 int hex_encode(const command_line &given);
