@@ -23,7 +23,7 @@ fi
 folder=$(mktemp -d)
 export DEBIAN_FRONTEND=noninteractive
 purge() {
-    apt-get purge -y "${names[@]}" >"$folder/log" 2>&1 || cat "$folder/log"
+    dpkg --purge "${names[@]}" >"$folder/log" 2>&1 || cat "$folder/log"
 }
 trap 'purge; rm -rf "$folder"' EXIT
 cp "${files[@]}" "$folder" # where apt's own user may read them
