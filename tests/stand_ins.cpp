@@ -11,7 +11,7 @@
 #include <utility>
 
 thread_local stand_ins stand_in = {};
-thread_local heap_use heap = {};
+constinit thread_local heap_use heap = {};
 
 namespace {
 
