@@ -1,8 +1,13 @@
 #include <limits.h>
 #include <openssl/asn1.h>
+#include <openssl/bio.h>
+#include <openssl/bn.h>
 #include <openssl/buffer.h>
+#include <openssl/crypto.h>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
+#include <openssl/x509.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "tesra_log.h"
@@ -10,8 +15,13 @@
 
 namespace {
 
-// Reads the chain certificate by certificate, up to the one at `index` or, if that is -1, to the
-// end. Returns true with `*cert` as it was if the chain ends cleanly before `index`. Both
+// A template takes no macro such as OPENSSL_free.
+void tesra_openssl_free(void *block) {
+    OPENSSL_free(block);
+}
+
+// Reads the chain certificate by certificate, up to the one at `index`, or to the end if that is
+// -1. Returns true and leaves `*cert` unchanged if the chain ends cleanly before `index`. Both
 // out-pointers may be null; `cert_count` is written only if `index` is -1.
 bool tesra_get_cert_from_chain(const char *cert_chain, uint32_t cert_len, int32_t index,
                                X509 **cert, uint32_t *cert_count) {
@@ -24,12 +34,12 @@ bool tesra_get_cert_from_chain(const char *cert_chain, uint32_t cert_len, int32_
         TESRA_LOG(TESRA_LEVEL_WARNING, "%s\n", "Cert length is 0!");
         return false;
     }
-    const tesra_bio_ptr bio(BIO_new(BIO_s_mem()));
+    const tesra_owned<BIO, BIO_free_all> bio(BIO_new(BIO_s_mem()));
     if (bio == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Allocation failed for BIO");
         return false;
     }
-    // BIO_write would take a longer length for a negative one.
+    // A longer length would be negative as the int of BIO_write.
     int written = -1;
     if (cert_len <= INT_MAX) {
         written = BIO_write(bio.get(), cert_chain, static_cast<int>(cert_len));
@@ -40,7 +50,8 @@ bool tesra_get_cert_from_chain(const char *cert_chain, uint32_t cert_len, int32_
     }
     const BUF_MEM *unread = nullptr;
     for (int32_t position = 0;;) {
-        tesra_x509_ptr current(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+        tesra_owned<X509, X509_free> current(
+            PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
         if (current == nullptr) {
             TESRA_LOG_ERROR("Failed to get cert at index %d\n", position);
             return false;
@@ -73,8 +84,8 @@ bool tesra_get_cert_from_chain(const char *cert_chain, uint32_t cert_len, int32_
     }
 }
 
-// A NUL-terminated copy that the caller owns, or null. Which allocator serves which text is visible
-// to programs that take the allocators over, so the empty text stays with calloc.
+// Returns a NUL-terminated copy that the caller owns, or null. Programs that interpose the
+// allocators can see which one is called, so the empty text keeps using calloc.
 char *tesra_copy_text(const void *bytes, size_t length) {
     char *text = static_cast<char *>(length == 0 ? calloc(1, 1) : malloc(length + 1));
     if (text == nullptr) {
@@ -86,8 +97,7 @@ char *tesra_copy_text(const void *bytes, size_t length) {
     return text;
 }
 
-// An attribute that the name lacks is an empty text and no failure, unlike one whose value is
-// empty.
+// A missing attribute gives an empty text; an attribute with an empty value is a failure.
 bool tesra_get_name_entry(const X509_NAME *name, int nid, char **out) {
     if (name == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Invalid arguments");
@@ -111,7 +121,7 @@ bool tesra_get_name_entry(const X509_NAME *name, int nid, char **out) {
     }
     unsigned char *buffer = nullptr;
     const int length = ASN1_STRING_to_UTF8(&buffer, value);
-    const tesra_utf8_ptr utf8(buffer);
+    const tesra_owned<unsigned char, tesra_openssl_free> utf8(buffer);
     if (length <= 0) {
         TESRA_LOG_ERROR("Invalid entry length(%d) for NID:%d\n", length, nid);
         return false;
@@ -129,7 +139,7 @@ bool tesra_asn1_time_to_str(const ASN1_TIME *time, char **out) {
         TESRA_LOG_ERROR("%s\n", "Invalid arguments");
         return false;
     }
-    const tesra_bio_ptr bio(BIO_new(BIO_s_mem()));
+    const tesra_owned<BIO, BIO_free_all> bio(BIO_new(BIO_s_mem()));
     if (bio == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Allocation failed for BIO");
         return false;
@@ -152,14 +162,14 @@ bool tesra_asn1_time_to_str(const ASN1_TIME *time, char **out) {
     return true;
 }
 
-// X509_get_serialNumber, unlike the getters below, takes no const certificate.
+// X509_get_serialNumber, unlike the getters below, does not take a const certificate.
 bool tesra_get_serial_number(X509 *cert, tesra_cert_data *data) {
     const ASN1_INTEGER *serial = X509_get_serialNumber(cert);
     if (serial == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Failed to get serial number from cert");
         return false;
     }
-    const tesra_bn_ptr number(ASN1_INTEGER_to_BN(serial, nullptr));
+    const tesra_owned<BIGNUM, BN_free> number(ASN1_INTEGER_to_BN(serial, nullptr));
     if (number == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Failed to convert serial number to big number");
         return false;
@@ -184,7 +194,7 @@ bool tesra_get_validity_range(const X509 *cert, tesra_cert_data *data) {
         TESRA_LOG_ERROR("%s\n", "Failed to convert not_before time");
         return false;
     }
-    tesra_text_ptr start(start_text);
+    tesra_owned<char, free> start(start_text);
     const ASN1_TIME *not_after = X509_get0_notAfter(cert);
     if (not_after == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Failed to get not_after time from cert");
@@ -200,7 +210,7 @@ bool tesra_get_validity_range(const X509 *cert, tesra_cert_data *data) {
     return true;
 }
 
-// A name attribute, the field that its text goes to, and what to report if there is no text.
+// A name attribute, the field for its text, and the report of a failure.
 struct tesra_name_row {
     int nid;
     char **field;
@@ -253,7 +263,8 @@ bool tesra_get_subject_details(const X509 *cert, tesra_cert_data *data) {
 }
 
 tesra_cert_data *tesra_parse_cert(X509 *cert) {
-    tesra_cert_data_ptr data(static_cast<tesra_cert_data *>(calloc(1, sizeof(tesra_cert_data))));
+    tesra_owned<tesra_cert_data, tesra_free_cert_data> data(
+        static_cast<tesra_cert_data *>(calloc(1, sizeof(tesra_cert_data))));
     if (data == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Allocation failed for certificate buffer");
         return nullptr;
@@ -309,7 +320,7 @@ tesra_cert_data *tesra_get_cert_data(const char *cert_chain, uint32_t cert_len, 
         TESRA_LOG_ERROR("Failed to get cert for index %d\n", index);
         return nullptr;
     }
-    tesra_x509_ptr cert(found);
+    tesra_owned<X509, X509_free> cert(found);
     if (cert == nullptr) {
         TESRA_LOG_ERROR("Invalid cert at index %d\n", index);
         return nullptr;
@@ -349,7 +360,7 @@ void tesra_free_cert_data(tesra_cert_data *data) {
         return;
     }
     TESRA_LOG(TESRA_LEVEL_INFO, "Free cert data [%p]\n", static_cast<void *>(data));
-    // A program's own memory functions see no call for a field that was never filled.
+    // Programs that interpose the allocators see no release of a field that was never filled.
     if (data->serial_number != nullptr) {
         OPENSSL_free(data->serial_number);
     }

@@ -6,17 +6,14 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <memory>
-
 #include "tesra_log.h"
+#include "tesra_owned.h"
 
 namespace {
 
-using tesra_file_ptr = std::unique_ptr<FILE, decltype([](FILE *file) { fclose(file); })>;
-
-// Failures are not reported: a report of them would end up here again.
+// Failures are not reported: reporting them would recurse.
 void tesra_append_line(const char *text) {
-    const tesra_file_ptr trace(fopen(TESRA_TRACE_FILE, "a+"));
+    const tesra_owned<FILE, fclose> trace(fopen(TESRA_TRACE_FILE, "a+"));
     if (trace != nullptr) {
         fputs(text, trace.get());
     }

@@ -1,8 +1,10 @@
 #include <ctype.h>
 #include <limits.h>
+#include <openssl/bio.h>
 #include <openssl/buffer.h>
 #include <openssl/evp.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "tesra_log.h"
@@ -10,8 +12,8 @@
 
 namespace {
 
-// Narrows the text to what stands between leading and trailing whitespace: returns its start and
-// stores its length, or null and 0 if there is nothing.
+// Returns the start of the text without leading and trailing whitespace and stores its length; null
+// and 0 if it is all whitespace.
 const char *tesra_trim_whitespace(const char *text, uint32_t *length) {
     uint32_t leading = 0;
     while (leading < *length && isspace(static_cast<unsigned char>(text[leading])) != 0) {
@@ -38,7 +40,7 @@ const char *tesra_trim_whitespace(const char *text, uint32_t *length) {
     return text;
 }
 
-// The bytes that the text stands for, its padding left out.
+// The number of bytes that the text decodes to, without its padding.
 uint32_t tesra_decoded_length(const char *text, uint32_t length) {
     while (length > 0 && text[length - 1] == '=') {
         --length;
@@ -58,12 +60,12 @@ int tesra_base64_encode(const uint8_t *buffer, size_t buffer_len, char **out) {
         TESRA_LOG_ERROR("%s\n", "Invalid arguments");
         return -1;
     }
-    tesra_bio_ptr chain(BIO_new(BIO_f_base64()));
+    tesra_owned<BIO, BIO_free_all> chain(BIO_new(BIO_f_base64()));
     if (chain == nullptr) {
         TESRA_LOG_ERROR("[%s]: BIO_new BIO_f_base64 failed!!\n\n", "tesra_base64_encode");
         return -1;
     }
-    tesra_bio_ptr sink(BIO_new(BIO_s_mem()));
+    tesra_owned<BIO, BIO_free_all> sink(BIO_new(BIO_s_mem()));
     if (sink == nullptr) {
         TESRA_LOG_ERROR("[%s]: BIO_new BIO_s_mem failed!!\n\n", "tesra_base64_encode");
         return -1;
@@ -74,7 +76,7 @@ int tesra_base64_encode(const uint8_t *buffer, size_t buffer_len, char **out) {
     }
     static_cast<void>(sink.release()); // released with the chain
     BIO_set_flags(chain.get(), BIO_FLAGS_BASE64_NO_NL);
-    // A longer input must not be cut to what an int can hold.
+    // A longer length must not be truncated to an int.
     if (buffer_len > INT_MAX || BIO_write(chain.get(), buffer, static_cast<int>(buffer_len)) <= 0) {
         TESRA_LOG_ERROR("[%s]: BIO_write failed!\n\n", "tesra_base64_encode");
         return -1;
@@ -85,7 +87,7 @@ int tesra_base64_encode(const uint8_t *buffer, size_t buffer_len, char **out) {
     }
     const BUF_MEM *buf_mem = nullptr;
     BIO_get_mem_ptr(chain.get(), &buf_mem);
-    // A write for which memory runs out midway succeeds, though with fewer bytes.
+    // If memory runs out midway, the write succeeds with fewer bytes.
     if (buf_mem != nullptr && buf_mem->length != (buffer_len + 2) / 3 * 4) {
         TESRA_LOG_ERROR("[%s]: BIO_write failed!\n\n", "tesra_base64_encode");
         return -1;
@@ -118,7 +120,7 @@ uint8_t *tesra_base64_decode(const char *src, uint32_t src_len, uint32_t *dst_le
         return nullptr;
     }
     const uint32_t size = length / 4 * 3;
-    tesra_bytes_ptr block(static_cast<uint8_t *>(calloc(1, size)));
+    tesra_owned<uint8_t, free> block(static_cast<uint8_t *>(calloc(1, size)));
     if (block == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Allocation failed");
         return nullptr;
@@ -128,8 +130,8 @@ uint8_t *tesra_base64_decode(const char *src, uint32_t src_len, uint32_t *dst_le
         decoded = EVP_DecodeBlock(block.get(), reinterpret_cast<const unsigned char *>(text),
                                   static_cast<int>(length));
     }
-    // EVP_DecodeBlock passes over dashes at the end. The length below counts them, and so would
-    // count bytes that no character stands for, or even bytes beyond the block.
+    // EVP_DecodeBlock skips dashes at the end. The length below would count them, and so include
+    // bytes that were not decoded, or even bytes beyond the block.
     if (decoded < 1 || int64_t{decoded} * 4 != int64_t{length} * 3) {
         TESRA_LOG_ERROR("EVP_DecodeBlock failed, ret = %d\n", decoded);
         return nullptr;
@@ -142,13 +144,13 @@ uint8_t *tesra_base64_decode(const char *src, uint32_t src_len, uint32_t *dst_le
 
 char *tesra_hex_encode(const uint8_t *src, uint32_t src_len, uint32_t *dst_len) {
     TESRA_LOG(TESRA_LEVEL_DEBUG, "Entry [%s]\n", "tesra_hex_encode");
-    // Twice a longer length is beyond 32 bits.
+    // Twice a longer length does not fit into 32 bits.
     if (dst_len == nullptr || src_len == 0 || src == nullptr || src_len > INT32_MAX) {
         TESRA_LOG_ERROR("%s\n", "Invalid arguments");
         return nullptr;
     }
     const uint32_t size = 2 * src_len + 1;
-    tesra_text_ptr text(static_cast<char *>(calloc(1, size)));
+    tesra_owned<char, free> text(static_cast<char *>(calloc(1, size)));
     if (text == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Allocation failed");
         return nullptr;
@@ -181,13 +183,13 @@ uint8_t *tesra_hex_decode(const char *src, uint32_t src_len, uint32_t *dst_len) 
         TESRA_LOG_ERROR("Invalid hex string size (%d)!\n", static_cast<int>(length));
         return nullptr;
     }
-    tesra_bytes_ptr block(static_cast<uint8_t *>(calloc(1, length / 2 + 1)));
+    tesra_owned<uint8_t, free> block(static_cast<uint8_t *>(calloc(1, length / 2 + 1)));
     if (block == nullptr) {
         TESRA_LOG_ERROR("%s\n", "Allocation failed");
         return nullptr;
     }
-    // sscanf measures its whole input first: given the text itself, it would read to the end of it
-    // for every pair.
+    // sscanf first measures its whole input: given the text itself, it would read all the rest for
+    // every pair.
     for (uint32_t i = 0; i < length; i += 2) {
         const char pair[] = {text[i], text[i + 1], '\0'};
         const int converted = sscanf(pair, "%2hhx", block.get() + i / 2);

@@ -1,14 +1,14 @@
 /*
- * The two forms in which the library reports, shared by its source files.
+ * The two forms of the library's reports.
  *
  * TESRA_LOG(level, format, ...) sends a report to the platform's log; TESRA_LOG_ERROR(format, ...)
  * sends an error to the platform's log and to the trace file. `format` is a string literal that
- * ends in a line break. A text without arguments is itself an argument, of "%s\n".
+ * ends in a line break. Pass a fixed text as the argument of "%s\n".
  *
- * They are macros because both sinks get the file and the line of the report. The arguments of
- * TESRA_LOG_ERROR are evaluated twice.
+ * They are macros because both sinks receive the report's own file and line. TESRA_LOG_ERROR
+ * evaluates its arguments twice.
  *
- * POSIX basename may write into its argument, so each call gets a copy of the path of its own.
+ * POSIX basename may write into its argument, so each call has its own copy of the path.
  */
 #ifndef TESRA_LOG_H
 #define TESRA_LOG_H
@@ -26,7 +26,7 @@ enum tesra_level : uint8_t {
     TESRA_LEVEL_DEBUG = 11,
 };
 
-// The library's number in the platform's log.
+// The component that identifies this library in the platform's log.
 enum : int { TESRA_COMPONENT = 292 };
 
 #define TESRA_LOG(level, format, ...)                                                              \
