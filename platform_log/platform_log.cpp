@@ -1,14 +1,18 @@
 #include "platform_log.h"
 
 #include <errno.h>
+#include <signal.h>
 #include <stdarg.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/uio.h>
 #include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <bit>
 #include <memory>
 
 namespace {
@@ -35,54 +39,70 @@ bool shown_on_stderr(int level) {
     return *end == '\0' && level <= highest_shown;
 }
 
-// The bytes of the control character that the text begins with, if it does: one in C0 and for DEL,
-// two in C1 (UTF-8).
-size_t control_length(const char *text) {
+// Length of the UTF-8 character at the start of the text; 0 for a control character (C0, DEL, C1)
+// and for bytes that are not UTF-8.
+size_t shown_length(const char *text) {
     const auto first = static_cast<unsigned char>(text[0]);
-    if (first < 0x20 || first == 0x7F) {
-        return 1;
+    if (first < 0x80) {
+        return first >= 0x20 && first != 0x7F ? 1 : 0;
     }
-    const auto second = static_cast<unsigned char>(text[1]);
-    return first == 0xC2 && second >= 0x80 && second <= 0x9F ? 2 : 0;
+    const int length = std::countl_one(first);
+    if (length < 2 || length > 4) {
+        return 0;
+    }
+    uint32_t character = first & (0x7FU >> length);
+    for (int at = 1; at < length; ++at) {
+        const auto next = static_cast<unsigned char>(text[at]);
+        if ((next & 0xC0) != 0x80) {
+            return 0;
+        }
+        character = character << 6 | (next & 0x3FU);
+    }
+    constexpr uint32_t smallest[] = {0, 0, 0xA0, 0x800, 0x10000};
+    const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
+    if (character < smallest[length] || character > 0x10FFFF || surrogate) {
+        return 0;
+    }
+    return static_cast<size_t>(length);
 }
 
-void cover_controls(char *text) {
-    while (*text != '\0') {
-        const size_t control = control_length(text);
-        memset(text, '?', control);
-        text += control > 0 ? control : 1;
-    }
+// The first byte that is not shown as it is, or the end of the text.
+char *first_hidden(char *text) {
+    size_t shown = 0;
+    do {
+        text += shown;
+        shown = shown_length(text);
+    } while (shown > 0);
+    return text;
 }
 
-// The texts that are logged may come from a stranger's certificate, so control characters are
-// spelled out: none of them reaches a terminal or starts a line of its own. Without memory for
-// that, question marks stand for them. Returns null if `text` can be shown as it now is.
-heap_text spelled_out(char *text) {
-    const size_t length = strlen(text);
-    size_t controls = 0;
-    for (size_t at = 0; at < length; ++at) {
-        controls += control_length(text + at);
+// Logged texts may come from an untrusted certificate, so what is not shown is escaped: none of it
+// reaches a terminal or starts a new line. Without memory for that, question marks replace it.
+// Returns null if `text` itself is to be shown.
+heap_text escaped(char *text) {
+    size_t hidden = 0;
+    for (char *at = first_hidden(text); *at != '\0'; at = first_hidden(at + 1)) {
+        ++hidden;
     }
-    if (controls == 0) {
+    if (hidden == 0) {
         return nullptr;
     }
-    heap_text spelled(static_cast<char *>(malloc(length + 3 * controls + 1)));
-    if (spelled == nullptr) {
-        cover_controls(text);
-        return nullptr;
-    }
-    char *end = spelled.get();
-    while (*text != '\0') {
-        size_t control = control_length(text);
-        if (control == 0) {
-            *end++ = *text++;
+    heap_text result(static_cast<char *>(malloc(strlen(text) + 3 * hidden + 1)));
+    char *end = result.get();
+    for (char *at = first_hidden(text); *at != '\0'; at = first_hidden(at + 1)) {
+        if (end == nullptr) {
+            *at = '?';
+            continue;
         }
-        for (; control > 0; --control) {
-            end += snprintf(end, 5, "\\x%02X", static_cast<unsigned char>(*text++));
-        }
+        memcpy(end, text, static_cast<size_t>(at - text));
+        end += at - text;
+        end += snprintf(end, 5, "\\x%02X", static_cast<unsigned char>(*at));
+        text = at + 1;
     }
-    *end = '\0';
-    return spelled;
+    if (end != nullptr) {
+        memcpy(end, text, strlen(text) + 1);
+    }
+    return result;
 }
 
 void write_line(int level, int component, const char *text) {
@@ -92,8 +112,20 @@ void write_line(int level, int component, const char *text) {
     char line_break[] = "\n";
     const iovec parts[] = {
         {head, static_cast<size_t>(length)}, {body, strlen(body)}, {line_break, 1}};
-    // Nothing can be done about a standard error that takes no more.
-    [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, parts, 3);
+    // A closed pipe must not end the process: the write's own SIGPIPE is blocked and taken back.
+    sigset_t pipe_signal;
+    sigset_t pending;
+    sigset_t blocked;
+    sigemptyset(&pipe_signal);
+    sigaddset(&pipe_signal, SIGPIPE);
+    sigpending(&pending);
+    pthread_sigmask(SIG_BLOCK, &pipe_signal, &blocked);
+    const ssize_t written = writev(STDERR_FILENO, parts, 3);
+    if (written < 0 && errno == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
+        const timespec at_once = {};
+        sigtimedwait(&pipe_signal, nullptr, &at_once);
+    }
+    pthread_sigmask(SIG_SETMASK, &blocked, nullptr);
 }
 
 void deliver(int level, int component, char *text) {
@@ -101,8 +133,8 @@ void deliver(int level, int component, char *text) {
     while (end > 0 && text[end - 1] == '\n') {
         text[--end] = '\0';
     }
-    const heap_text spelled = spelled_out(text);
-    const char *shown = spelled != nullptr ? spelled.get() : text;
+    const heap_text replacement = escaped(text);
+    const char *shown = replacement != nullptr ? replacement.get() : text;
     syslog(syslog_priority(level), "[%d] %s", component, shown);
     if (shown_on_stderr(level)) {
         write_line(level, component, shown);
@@ -113,9 +145,9 @@ void deliver(int level, int component, char *text) {
 
 int platform_log_write(int level, int component, const char *format, ...) {
     const int saved_errno = errno;
-    // Reports of exhausted memory have to get through, so the heap serves long texts only, and a
-    // long text that finds none is cut.
-    char room[1024];
+    // Reports of exhausted memory must get through, so only long texts use the heap, and a long
+    // text is cut if there is no memory. So is a text that cannot be formatted: where that happens.
+    char room[1024] = {};
     va_list args;
     va_list again;
     va_start(args, format);
@@ -131,9 +163,7 @@ int platform_log_write(int level, int component, const char *format, ...) {
     }
     va_end(again);
     va_end(args);
-    if (length >= 0) {
-        deliver(level, component, longer != nullptr ? longer.get() : room);
-    }
+    deliver(level, component, longer != nullptr ? longer.get() : room);
     errno = saved_errno;
     return length >= 0 ? 0 : -1;
 }
