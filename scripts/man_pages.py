@@ -3,18 +3,18 @@
 
 man_pages.py HEADER MAP EXAMPLES VERSION FOLDER
 
-The pages carry the version's date in CHANGELOG.md, so that they are the same whenever they are made.
-A line of code that does not fit into 80 columns is an error.
+The pages carry the version's date in CHANGELOG.md, so that every build makes the same pages.
 
-Each function has a page, and stands in the header and in the map that exports it. What the header
-says at its top, and about the group of functions that one belongs to, is on every page that it holds
-for. A comment that is not shaped like the others, or does not name its function's parameters, is an
-error: nothing is left out silently.
+Each function has a page. The page repeats the rules at the header's top and the comment on the
+function's group. It is an error if a function is not in both header and map, if its comment has
+another form than the others or other parameters than its declaration, or if a line of code does not
+fit into 80 columns: nothing is left out in silence.
 """
 import pathlib
 import re
 import sys
 import textwrap
+from typing import NamedTuple
 
 EXAMPLES = {
     "tesra_trace": "diagnostics.c",
@@ -27,10 +27,25 @@ EXAMPLES = {
     "tesra_hex_encode": "hex.c",
     "tesra_hex_decode": "hex.c",
 }
-# The rules at the header's top, by number, that are about failures.
+# The numbers of the header's rules that are about failures.
 FAILURE_RULES = ("3", "5", "6")
-# What man(1) leaves of 80 columns.
+# Of 80 columns, man(1) leaves so many to code.
 WIDTH = 73
+
+
+class Declared(NamedTuple):
+    """The record or a group of macros."""
+
+    comment: str
+    declaration: str
+
+
+class Function(NamedTuple):
+    name: str
+    comment: str
+    prototype: str
+    group: str  # the comment on its group
+    macros: Declared  # those declared before it, or None
 
 
 def text_of(comment):
@@ -40,7 +55,7 @@ def text_of(comment):
 
 
 def literal(text):
-    """Text whose characters roff is to leave as they are."""
+    """Text that roff prints as it is."""
     escapes = {"\\": r"\e", "-": r"\-", "^": r"\(ha", "~": r"\(ti", "'": r"\(aq"}
     for character, escape in escapes.items():
         text = text.replace(character, escape)
@@ -48,7 +63,7 @@ def literal(text):
 
 
 def roff(text):
-    """A paragraph as one line for roff, with the names of functions and arguments marked up."""
+    """A paragraph as one line for roff, with functions and arguments in their fonts."""
     text = literal(" ".join(text.split()))
     text = re.sub(r"`([^`]+)`", r"\\fI\1\\fP", text)
     text = re.sub(r"\b(tesra_\w+|TESRA_\w+)\b", r"\\fB\1\\fP", text)
@@ -65,26 +80,26 @@ def rules_of(preamble):
 
 
 def parse(header):
-    """The rules, the record's declaration and comment, and the functions.
-
-    With each function goes the comment on its group and the macros in front of it.
-    """
+    """The rules, the record and the functions."""
     declarations = r"typedef struct[^}]*}[^;]*;|TESRA_API[^;]*;|(?:#define \w+ [^\n]*\n)+"
     items = re.findall(rf"(/\*.*?\*/)\s*((?:{declarations})?)", header.replace("/**<", "//<"), re.S)
     rules = rules_of(text_of(items[0][0]))
     group, macros, record, functions = "", None, None, []
     for comment, declaration in items[1:]:
+        comment = text_of(comment)
         if declaration.startswith("TESRA_API"):
-            functions.append((text_of(comment), prototype_of(declaration), group, macros))
+            prototype = prototype_of(declaration)
+            name = re.search(r"(tesra_\w+)\(", prototype)[1]
+            functions.append(Function(name, comment, prototype, group, macros))
             macros = None
         elif declaration.startswith("typedef"):
-            record = text_of(comment), declaration
+            record = Declared(comment, declaration)
         elif declaration:
             if macros:
-                sys.exit(f"no function for the macros of: {macros[0]}")
-            macros = text_of(comment), declaration
+                sys.exit(f"no function for the macros of: {macros.comment}")
+            macros = Declared(comment, declaration)
         else:
-            group = text_of(comment)
+            group = comment
     return rules, record, functions
 
 
@@ -93,37 +108,44 @@ def prototype_of(declaration):
     return " ".join(declaration.split())
 
 
-def name_of(function):
-    return re.search(r"(tesra_\w+)\(", function[1])[1]
-
-
 def arguments_of(prototype):
     return re.findall(r"(\w+|\.\.\.)(?=[,)])", prototype)
 
 
-def parts_of(comment, name):
-    """A function's comment: its sentence, paragraphs, parameters, result and thread-safety."""
-    parts = {"name": "", "text": [], "params": [], "return": "", "safety": ""}
-    blocks = re.split(r"\n\n|\n(?=@)", comment)
-    first = re.fullmatch(name + r" (.*?)\.?", " ".join(blocks[0].split()))
-    if not first:
+class Parts(NamedTuple):
+    """The parts of a function's comment."""
+
+    purpose: str
+    text: list[str]
+    params: dict[str, str]
+    result: str
+    safety: str
+
+
+def parts_of(function):
+    name = function.name
+    first, *blocks = (" ".join(block.split())
+                      for block in re.split(r"\n\n|\n(?=@)", function.comment))
+    purpose = re.fullmatch(name + r" (.*?)\.?", first)
+    if not purpose:
         sys.exit(f"{name}: its comment does not begin with its name")
-    parts["name"] = first[1]
-    for block in blocks[1:]:
-        block = " ".join(block.split())
+    text, params, result, safety = [], {}, "", ""
+    for block in blocks:
         if block.startswith("@param "):
-            parts["params"].append(re.fullmatch(r"@param (\S+) (.*)", block).groups())
+            argument, params[argument] = block.removeprefix("@param ").split(" ", 1)
         elif block.startswith("@return "):
-            parts["return"] = block.removeprefix("@return ")
+            result = block.removeprefix("@return ")
         elif block.startswith("Thread-safety: "):
-            parts["safety"] = block.removeprefix("Thread-safety: ")
+            safety = block.removeprefix("Thread-safety: ")
         elif block.startswith("@"):
-            sys.exit(f"{name}: what is {block.split()[0]}?")
+            sys.exit(f"{name}: unknown tag {block.split()[0]}")
         else:
-            parts["text"].append(block)
-    if not parts["safety"]:
-        sys.exit(f"{name}: nothing is said about threads")
-    return parts
+            text.append(block)
+    if not safety:
+        sys.exit(f"{name}: its comment does not mention thread-safety")
+    if list(params) != arguments_of(function.prototype):
+        sys.exit(f"{name}: its comment has other parameters than its declaration")
+    return Parts(purpose[1], text, params, result, safety)
 
 
 def sentence(text):
@@ -133,7 +155,7 @@ def sentence(text):
 
 def synopsis(prototype):
     head, arguments = re.fullmatch(r"(.*?\()(.*)\);", prototype).groups()
-    # A line ends between two arguments only.
+    # A line is broken between two arguments only.
     arguments = arguments.replace(" ", "~").replace(",~", ", ")
     arguments = textwrap.wrap(arguments, WIDTH - len(head) - len(");"))
     text = ("\n" + " " * len(head)).join(arguments).replace("~", " ")
@@ -142,17 +164,16 @@ def synopsis(prototype):
 
 
 def code(text):
-    """Lines that stay as they are. EE turns hyphenation on again."""
+    """Lines that stay as they are. EE turns hyphenation on again, and nh off."""
     for line in text.split("\n"):
         if len(line) > WIDTH:
             sys.exit(f"too long for a manual page: {line}")
     return [".EX", literal(text), ".EE", ".nh"]
 
 
-def declared(title, comment_and_declaration):
-    comment, declaration = comment_and_declaration
-    declaration = re.sub(r"//< (.*)\*/", r"/* \1*/", declaration.rstrip())
-    return [f".SS {title}", *paragraphs(comment), ".PP", *code(declaration)]
+def declared(title, what):
+    declaration = re.sub(r"//< (.*)\*/", r"/* \1*/", what.declaration.rstrip())
+    return [f".SS {title}", *paragraphs(what.comment), ".PP", *code(declaration)]
 
 
 def paragraphs(text):
@@ -160,7 +181,7 @@ def paragraphs(text):
 
 
 def failures(name, result):
-    """The result without its conditions, and the conditions, where a call can fail."""
+    """The result without the conditions of failure, and the conditions."""
     found = re.fullmatch(r"(.*); or (\S+) if (.*)", result)
     if not found:
         sys.exit(f'{name}: its result is not "...; or ... if ..."')
@@ -177,52 +198,56 @@ def date_of(version):
 
 
 def page(function, rules, record, functions, version, examples):
-    comment, prototype, group, macros = function
-    name = name_of(function)
-    parts = parts_of(comment, name)
-    if [argument for argument, _ in parts["params"]] != arguments_of(prototype):
-        sys.exit(f"{name}: its comment has other parameters than its declaration")
-    result, errors = failures(name, parts["return"]) if parts["return"] else ("None.", "")
+    name, prototype = function.name, function.prototype
+    parts = parts_of(function)
+    result, errors = failures(name, parts.result) if parts.result else ("None.", "")
     lines = [f".TH {name} 3 {date_of(version)} \"libtesra_common {version}\"", ".nh", ".ad l",
-             ".SH NAME", rf"{name} \- " + roff(parts["name"].split(":")[0]),
+             ".SH NAME", rf"{name} \- " + roff(parts.purpose.split(":")[0]),
              ".SH LIBRARY", r"libtesra_common (\fI\-ltesra_common\fP)",
              ".SH SYNOPSIS", *synopsis(prototype),
-             ".SH DESCRIPTION", rf"\fB{name}\fP() " + roff(parts["name"]) + "."]
-    for argument, meaning in parts["params"]:
+             ".SH DESCRIPTION", rf"\fB{name}\fP() " + roff(parts.purpose) + "."]
+    for argument, meaning in parts.params.items():
         lines += [".TP", rf"\fI{argument}\fP", sentence(meaning)]
-    lines += [".PP", *paragraphs("\n\n".join(parts["text"]))] if parts["text"] else []
-    lines += declared("Macros", macros) if macros else []
+    lines += [".PP", *paragraphs("\n\n".join(parts.text))] if parts.text else []
+    lines += declared("Macros", function.macros) if function.macros else []
     if "tesra_cert_data *" in prototype:
         lines += declared("The record", record)
     lines += [".SH RETURN VALUE", roff(result), ".SH ERRORS"]
     lines += [roff(errors)] if errors else []
     lines += rule_lines(rules, lambda number: number in FAILURE_RULES)
-    lines += [".SH ATTRIBUTES", "Thread safety: " + roff(parts["safety"])]
+    lines += [".SH ATTRIBUTES", "Thread safety: " + roff(parts.safety)]
     lines += [".SH NOTES", *rule_lines(rules, lambda number: number not in FAILURE_RULES)]
-    # What is said of chains does not concern those who only release a record.
-    if group and "tesra_cert_data *data" not in prototype:
-        title, _, text = group.partition("\n\n")
+    # The comment on chains does not concern tesra_free_cert_data.
+    if function.group and "tesra_cert_data *data" not in prototype:
+        title, _, text = function.group.partition("\n\n")
         lines += [f".SS {title}", *paragraphs(text)]
     lines += [".SH EXAMPLES", *code((examples / EXAMPLES[name]).read_text().rstrip())]
-    others = sorted(name_of(other) for other in functions if other != function)
+    others = sorted(other.name for other in functions if other != function)
     lines += [".SH SEE ALSO", *(f".BR {other} (3)," for other in others), ".BR tesra (1)"]
-    return name, "\n".join(lines) + "\n"
+    return "\n".join(lines) + "\n"
 
 
 def rule_lines(rules, wanted):
-    return [line for number, rule in rules.items() if wanted(number)
-            for line in (r".IP \(bu 2", roff(rule))]
+    lines = []
+    for number, rule in rules.items():
+        if wanted(number):
+            text, *items = re.split(r"\n *- ", rule)
+            lines += [r".IP \(bu 2", roff(text)]
+            lines += [".RS"] if items else []
+            lines += [line for item in items for line in (r".IP \(en 2", roff(item))]
+            lines += [".RE"] if items else []
+    return lines
 
 
 def main():
     header, map_file, examples, version, folder = sys.argv[1:]
     rules, record, functions = parse(pathlib.Path(header).read_text())
     exported = set(re.findall(r"\btesra_\w+", pathlib.Path(map_file).read_text()))
-    if differing := exported ^ {name_of(function) for function in functions}:
-        sys.exit(f"in one of header and map only: {', '.join(sorted(differing))}")
+    if differing := exported ^ {function.name for function in functions}:
+        sys.exit(f"not in both header and map: {', '.join(sorted(differing))}")
     for function in functions:
-        name, text = page(function, rules, record, functions, version, pathlib.Path(examples))
-        pathlib.Path(folder, f"{name}.3").write_text(text)
+        text = page(function, rules, record, functions, version, pathlib.Path(examples))
+        pathlib.Path(folder, f"{function.name}.3").write_text(text)
 
 
 main()
