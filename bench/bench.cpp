@@ -1,7 +1,7 @@
-// Each function of the library, compared with the calls that it makes of OpenSSL and the C library,
-// written bare, and with GnuTLS where that does the same job.
+// Compares each function of the library with the bare calls of OpenSSL and the C library that it
+// makes, and with GnuTLS where it does the same job.
 //
-// Under valgrind's callgrind the instructions of each job are dumped under its name.
+// Under valgrind's callgrind, dumps the instructions of each job under the job's name.
 
 #include <benchmark/benchmark.h>
 #include <gnutls/x509.h>
@@ -20,7 +20,7 @@
 
 namespace {
 
-// Works on `size` bytes of input, and returns what free(3) releases, or null.
+// Works on `size` bytes of input, and returns a block for free(3), or null.
 using job = void *(*)(const uint8_t *input, uint32_t size);
 
 const char *text(const uint8_t *input) {
@@ -216,7 +216,7 @@ void add_codecs(const std::string &name, size_t size) {
 
 } // namespace
 
-// The platform's log costs what the platform makes of it: nothing here.
+// The cost of the platform's log depends on the platform; here it costs nothing.
 extern "C" int platform_log_write(int, int, const char *, ...) {
     return 0;
 }

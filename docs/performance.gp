@@ -1,4 +1,4 @@
-# Draws performance.svg from the table that bench/run prints; run within docs:
+# Draws performance.svg from the table that bench/run prints. Run it in docs:
 #   ../bench/run >figures.txt && gnuplot performance.gp
 set terminal svg size 960,440 font "sans,13" background "white"
 set output "performance.svg"

@@ -118,14 +118,13 @@ TESRA_API void tesra_dump(uint8_t flags, const char *label, const uint8_t *buffe
  * Certificate chains
  *
  * A chain is PEM text that holds one or more X.509 certificates, numbered from 0 in the order of
- * the text. The functions read certificates and verify nothing: no signature, issuer, date or
- * trust.
+ * the text. The functions verify nothing: no signature, issuer, date or trust.
  *
  * A certificate is a PEM block of the kind CERTIFICATE or X509 CERTIFICATE. Before it, blank lines,
- * other text and PEM blocks of other kinds, TRUSTED CERTIFICATE among them, are skipped; but a
- * block that is empty or damaged makes the chain unreadable. A block without an END line runs into
- * the next one: of two certificates joined in this way only the first is read, and the other is
- * lost without notice.
+ * other text and PEM blocks of other kinds, TRUSTED CERTIFICATE among them, are skipped; but
+ * reading fails at a block that is empty or damaged. A block without an END line runs into the next
+ * one: of two certificates joined in this way only the first is read, and the other is lost without
+ * notice.
  *
  * The chain ends cleanly if nothing follows the END line of its last certificate, which may lack
  * its line break. Anything after the line break, such as a blank line or a NUL, is taken for the
