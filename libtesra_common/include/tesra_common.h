@@ -70,10 +70,10 @@ extern "C" {
  * Each call opens the file for reading and appending, writes the line and closes the file, so the
  * file must also be readable. A missing file is created with mode 0666, minus the umask. If the
  * file cannot be opened or written, the line is lost without notice. A nearly full disk may take
- * only the start of a line, which the next line then continues. If the file is a FIFO whose reader
- * has stopped reading, the call blocks. In a process with a file size limit, a write beyond it
- * raises SIGXFSZ, which ends a process that does not ignore it. All this applies to every call that
- * reports an error, and to tesra_dump with TESRA_DUMP_TRACE.
+ * only the start of a line, and the next line then starts right after it. If the file is a FIFO
+ * whose reader has stopped reading, the call blocks. In a process with a file size limit, a write
+ * beyond it raises SIGXFSZ, which ends a process that does not ignore it. All this applies to every
+ * call that reports an error, and to tesra_dump with TESRA_DUMP_TRACE.
  *
  * @param level   importance of the report, 0 to 255: 2 error, 3 warning, 4 information, 11 debug
  * @param file    name of the reporting source file; NUL-terminated, not null
