@@ -110,7 +110,7 @@ says "sed '20s/.$/=/' chain.pem" 1 "20: padding before the end of the Base64"
 says "sed '13s/ATE/AT/' chain.pem" 1 '13: an END line without its BEGIN line: "-----END CERTIFICAT-----"'
 says "head -c 1500 chain.pem" 1 "25: cut off, without an END line"
 says "sed G chain.pem" 1 "4: a blank line (CERTIFICATE of line 1); the library reads no further. Remove"
-says "sed '2i Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,0\n' chain.pem" 1 "1: encrypted"
+says "sed '2i Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,$(printf %032d 0)\n' chain.pem" 1 "1: encrypted"
 row "sed '29s/$/\xC2\xA0/' chain.pem | T check | grep -c '29: .*u{A0}\" a'; true" 0 2
 
 # What libcrypto says where no line is wrong, and the library where a certificate has no record.

@@ -11,8 +11,8 @@
 
 # A dump has whole lines. The trace file gets what is meant for it, and nothing else.
 
-    $ tesra dump --label $(printf %072d 0) "$TESTDIR/../../samples/chain.pem"
-    tesra: --label: at most 71 bytes leave the lines whole
+    $ seq 20000 | tesra dump --label $(printf %071d 0)
+    tesra: --label: at most 70 bytes leave the lines whole
     [2]
     $ tesra dump </dev/null
     tesra: standard input: nothing to show
@@ -23,6 +23,7 @@
     l 0000: 41\x20 (esc)
     hello
     again
-    $ traced trace $'two\nlines'
+    $ for text in $'two\nlines' $(printf %0401d 0); do traced trace "$text"; done
+    tesra: MESSAGE: must be one line of at most 400 bytes
     tesra: MESSAGE: must be one line of at most 400 bytes
     [2]
