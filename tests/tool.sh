@@ -119,7 +119,7 @@ row "tail -n 1 <<<\"\$(sed 20d chain.pem | T check)\" | grep -o 'Copy it again.'
 says "sed '15s/^M/A/' chain.pem" 1 "14: unreadable (libcrypto: wrong tag, Type=X509)"
 says "cat '$tests/records/bad-times.pem'" 0 " 2 certificates, ends cleanly. Line 1: Failed to convert\
  ASN.1 time to string, Failed to convert not_before time; line 11:"
-row "cd '$tests/records'; T show --index -1 empty-attributes.pem" 1 "tesra: empty-attributes.pem:111: \
+row "cd '$tests/records'; T show --index -1 empty-attributes.pem" 1 "tesra: empty-attributes.pem:109: \
 position 11: Invalid entry length(0) for NID:13, Failed to get subject common name"
 
 # What follows the last certificate.
