@@ -1,5 +1,6 @@
-// Every function, given anything. Each input is given to one job, which its form chooses: a reader
-// of chains; or the codecs, a dump and a trace line, which need no long inputs.
+// Every function, given anything. Each input gets one job, by its form and length: to be a chain,
+// or DER within one; or, as these need no long inputs, to be encoded and decoded or written in
+// lines.
 
 #include "stand_ins.h"
 #include "tesra_common.h"
@@ -8,7 +9,6 @@
 #include <openssl/pem.h>
 #include <openssl/ui.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -58,27 +58,29 @@ std::string decoded(decltype(tesra_hex_decode) decode, const char *text, size_t 
     return bytes;
 }
 
-void convert(const uint8_t *data, size_t size) {
-    const std::string bytes(reinterpret_cast<const char *>(data), size);
-    decoded(tesra_base64_decode, bytes.data(), size);
-    decoded(tesra_hex_decode, bytes.data(), size);
-    char *base64 = nullptr;
-    uint32_t digits = 0;
-    check(tesra_base64_encode(data, size, &base64) == 0, "anything can be encoded");
-    char *hex = tesra_hex_encode(data, static_cast<uint32_t>(size), &digits);
-    check(decoded(tesra_base64_decode, base64, strlen(base64)) == bytes, "Base64 goes both ways");
-    check(decoded(tesra_hex_decode, hex, digits) == bytes, "hexadecimal goes both ways");
-    free(base64);
-    free(hex);
+void base64(const char *text, uint32_t length) {
+    decoded(tesra_base64_decode, text, length);
+    char *encoded = nullptr;
+    tesra_base64_encode(reinterpret_cast<const uint8_t *>(text), length, &encoded);
+    check(decoded(tesra_base64_decode, encoded, strlen(encoded)) == std::string(text, length),
+          "Base64 goes both ways");
+    free(encoded);
 }
 
-void show(const uint8_t *data, size_t size) {
-    const std::string label(data, std::find(data, data + size, 0));
-    const auto length = static_cast<uint32_t>(size);
-    reported();
-    tesra_dump(TESRA_DUMP_LOG, label.c_str(), data, length);
-    check(reported().size() <= (size + 15) / 16 * 129, "a line of a dump has 126 characters");
-    tesra_trace(4, label.c_str(), length, "%.*s\n", static_cast<int>(length), data);
+void hex(const char *text, uint32_t length) {
+    decoded(tesra_hex_decode, text, length);
+    uint32_t digits = 0;
+    char *encoded = tesra_hex_encode(reinterpret_cast<const uint8_t *>(text), length, &digits);
+    check(decoded(tesra_hex_decode, encoded, digits) == std::string(text, length),
+          "hexadecimal goes both ways");
+    free(encoded);
+}
+
+void write_lines(const char *text, uint32_t length) {
+    const std::string label(text, length);
+    tesra_dump(TESRA_DUMP_LOG, label.c_str(), reinterpret_cast<const uint8_t *>(text), length);
+    check(reported().size() <= (length + 15) / 16 * 129, "a line of a dump has 126 characters");
+    tesra_trace(4, label.c_str(), length, "%s\n", label.c_str());
     check(stand_in.trace_line.size() <= 511, "a line of the trace file has 511 characters");
 }
 
@@ -93,16 +95,21 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    const auto *text = reinterpret_cast<const char *>(data);
+    const auto length = static_cast<uint32_t>(size);
     if (size == 0) {
         return 0;
     }
     if (data[0] == 0x30) {
         read_der(data, size);
     } else if (size > 256 || memmem(data, size, "-----", 5) != nullptr) {
-        read_chain(reinterpret_cast<const char *>(data), static_cast<uint32_t>(size));
+        read_chain(text, length);
+    } else if (size % 3 == 0) {
+        base64(text, length);
+    } else if (size % 3 == 1) {
+        hex(text, length);
     } else {
-        convert(data, size);
-        show(data, size);
+        write_lines(text, length);
     }
     reported();
     return 0;

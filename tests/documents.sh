@@ -17,6 +17,7 @@ mkdir "$folder/files"
 cp -R "$root/samples" "$root/samples/chain.pem" "$folder/files"
 printf '#!/bin/sh\n[ $# -gt 0 ] || set -- show samples/chain.pem\nexec tesra "$@"\n' >"$folder/files/run"
 chmod +x "$folder/files/run"
+# shellcheck disable=SC2016 # backquotes are text
 sed -n '/^```c$/,/^```$/{/^```/!p}' "$root/README.md" >"$folder/files/program.c"
 
 # Blocks that show commands, with what surrounds them. A blank line within output is output.
