@@ -402,7 +402,7 @@ TEST(calls, do_so_in_threads_at_once) {
 }
 
 #ifdef TESRA_HEAP_STAND_IN
-// Refused memory, a call does what it does otherwise or fails. The last word is then its own.
+// With memory refused a call gives its usual result or fails, and then its own report comes last.
 TEST(calls, fail_cleanly_wherever_memory_runs_out) {
     const std::regex last_report(
         "\n(2 [^\n]*\n2 Failed to get cert (count|for index)|2 Failed to parse cert at index|"
