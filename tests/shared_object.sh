@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# What is read off a shared library and the objects that it is made of:
+# Checks what can be seen in a shared library and in the objects that it is made of:
 # shared_object.sh NEEDED LIBRARY OBJECT...; NEEDED is a pattern of the libraries that it may need.
 set -euo pipefail
+export LC_ALL=C
 needed=$1 library=$2
 shift 2
 status=0

@@ -33,8 +33,8 @@ struct heap_use {
 };
 extern constinit thread_local heap_use heap;
 
-// Has the heap's use counted until it goes out of scope, or not counted. Its functions are out of
-// the compiler's sight, which takes free for one that reads no variable.
+// Turns counting on or off for a scope. Defined out of line, since the compiler assumes that free
+// reads no variable.
 struct heap_watch {
     explicit heap_watch(bool counted);
     ~heap_watch();

@@ -1,0 +1,22 @@
+    $ for words in bogus base64 'count --json' 'hex encode a b' 'show --index 1x' 'show --index -2' '--log 5 count' trace; do tesra $words; done
+    tesra: bogus: no such command; "tesra help" lists them
+    tesra: base64: no such command; "tesra help" lists them
+    tesra: count: not with such an option
+    tesra: hex encode: too many arguments
+    tesra: --index: must be a position from 0, or -1 for the last one
+    tesra: --index: must be a position from 0, or -1 for the last one
+    tesra: --log: must be 2 (error), 3 (warning), 4 (info) or 11 (debug)
+    tesra: MESSAGE: must be one line of at most 400 bytes
+    [2]
+    $ diff <(tesra help) <(POSIXLY_CORRECT=1 tesra count --log 2 --help) && tesra -V
+    \d+\.\d+\.\d+ (re)
+
+# Completion in bash, which takes "=" for a word of its own.
+
+    $ complete() { :; }; compopt() { :; }; . "$TESTDIR/../../tools/tesra.bash-completion"
+    $ after() { COMP_WORDS=(tesra "$@") COMP_CWORD=$#; _tesra; echo "${COMPREPLY[*]}"; }
+    $ after --log debug sh; after --log =; after --log = w; after --log = debug sh
+    show
+    error warning info debug
+    warning
+    show
