@@ -1,6 +1,6 @@
-# What every target of the project is compiled with.
+# Options that every target of the project is compiled with.
 
-if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
     set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
 endif()
 
@@ -14,7 +14,7 @@ add_compile_options(
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wcast-qual
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
     # Reports and debug information carry paths: keep them the same in every checkout, wherever the
-    # build is. The last map that fits is taken, and the build may lie within the sources.
+    # build is. The last matching map wins, and the build may lie within the sources.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
     -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
@@ -37,8 +37,8 @@ elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
 endif()
 add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
 
-# A shared object for C programs: written in C++, without the C++ runtime, and exporting only what its
-# version script names.
+# Makes a target a shared object for C programs: written in C++, linked without the C++ runtime, and
+# exporting only the names in its version script.
 function(tesra_c_abi_library target version_script)
     target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti)
     target_link_options(${target} PRIVATE "LINKER:--version-script=${version_script}")
@@ -47,8 +47,8 @@ function(tesra_c_abi_library target version_script)
         VISIBILITY_INLINES_HIDDEN ON
         LINKER_LANGUAGE C
         LINK_DEPENDS ${version_script})
-    # The C driver links no C++ runtime, and CMake is kept from adding it for the sources' sake, so a
-    # stray need for it is an error at once.
+    # The C driver links no C++ runtime, and CMake must not add it because of the sources' language:
+    # an accidental use of it fails to link.
     set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "" PARENT_SCOPE)
     if(NOT TESRA_SANITIZERS)
         target_link_options(${target} PRIVATE LINKER:--no-undefined)

@@ -1,11 +1,11 @@
 # shellcheck shell=bash
-# What ./run, ./test and bench/run need, and how they get it. Sourced; sets root to the project's
+# Installs and builds what ./run, ./test and bench/run need. Sourced; sets root to the project's
 # folder.
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# The Debian packages that a job needs, in this one place but for debian/control, which names those
-# of the build and of the tests. Every Debian build has a compiler, so it is not named there, and
-# only the making of packages needs debhelper.
+# Prints the Debian packages that a job needs. debian/control names those of the build and of the
+# tests: it leaves out the compiler, which every Debian build has, and debhelper is needed only to
+# make packages.
 packages_for() {
     case $1 in
     build | tests)
@@ -30,7 +30,7 @@ say() {
     echo "$(basename "$0"): $*" >&2
 }
 
-# Runs a command with its output in a log, which is shown if the command fails.
+# Runs a command with its output in a log, and shows the log if the command fails.
 quietly() {
     local log=$root/build/setup.log
     "$@" >"$log" 2>&1 </dev/null && return
@@ -39,14 +39,14 @@ quietly() {
     return 1
 }
 
-# Runs the commands of a line as root, after saying $1; where that cannot be, says what to do.
+# Runs a line of commands as root and says $1 first, or says what to run as root.
 as_root() {
     local saying=$1 commands=$2
     local sudo=(sudo)
     if [ "$(id -u)" -eq 0 ]; then
         sudo=()
     elif ! { command -v sudo >/dev/null && sudo -v; }; then
-        say "as root, do: $commands"
+        say "run as root: $commands"
         return 1
     fi
     say "$saying"
@@ -61,15 +61,15 @@ is_installed() {
         grep -qxE "($arch|all) installed"
 }
 
-# Installs what is missing of the packages for the named jobs.
+# Installs the missing packages of the named jobs.
 need() {
-    command -v dpkg-query >/dev/null || return 0 # not Debian: the build says what it lacks
+    command -v dpkg-query >/dev/null || return 0 # not Debian: the build names what is missing
     local missing=() job package packages
     mapfile -t packages < <(for job; do packages_for "$job"; done)
     for package in "${packages[@]}"; do
         is_installed "$package" && continue
         missing+=("$package")
-        # The versions of both architectures have to be the same, so one may have to be upgraded.
+        # Both architectures need the same version, so the installed one may have to be upgraded.
         [ "${package%:*}" = "$package" ] || missing+=("${package%:*}")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
@@ -79,7 +79,7 @@ apt-get install -y --no-install-recommends ${missing[*]}"
     as_root "installing ${missing[*]}" "$commands"
 }
 
-# Configures a preset, where that is still to be done or there are settings to make, and builds it.
+# Builds a preset, configuring it first if it is new or settings are given.
 build() {
     local preset=$1
     shift
@@ -88,17 +88,22 @@ build() {
         say "configuring build/$preset"
         quietly cmake --preset "$preset" "$@"
     fi
-    [[ $(cmake --build --preset "$preset" -- -n) = *"no work to do"* ]] || say "building build/$preset"
+    is_built "$preset" && return
+    say "building build/$preset"
     quietly cmake --build --preset "$preset"
 }
 
-# Copies the sources as they are, less what was built of them.
+is_built() {
+    [[ $(cmake --build --preset "$1" -- -n) = *"no work to do"* ]]
+}
+
+# Copies the sources as they are, without build folders.
 copy_sources() {
     mkdir "$1"
     tar -C "$root" --exclude=./.git --exclude='./build*' -c . | tar -C "$1" -x
 }
 
-# Runs a command while no other ./run or ./test is at work in this folder, as when one is piped into
+# Runs a command while no other ./run or ./test is building in this folder: one may be piped into
 # another.
 with_lock() {
     mkdir -p "$root/build" 2>/dev/null || true
