@@ -1,6 +1,7 @@
 #include "input.h"
 
 #include "messages.h"
+#include "owned.h"
 
 #include <sys/stat.h>
 
@@ -8,11 +9,10 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <iostream>
 
 namespace {
 
-using file_ptr = std::unique_ptr<FILE, decltype([](FILE *file) { fclose(file); })>;
+using file_ptr = owned<FILE, fclose>;
 
 // The library takes no text of 2^31 bytes or more, so no more than that is read.
 std::string read_all(const std::string &path, const std::string &name) {
@@ -37,30 +37,30 @@ std::string read_all(const std::string &path, const std::string &name) {
 
 } // namespace
 
-int for_each_file(const command_line &given,
-                  const std::function<void(const input &file, json &object)> &handle) {
+int for_each_file(
+    const command_line &given, const std::function<bool(const input &file)> &handle,
+    const std::function<void(const std::string &path, const std::string &error)> &refuse) {
+    const std::vector<std::string> paths =
+        given.words.empty() ? std::vector<std::string>{"-"} : given.words;
     int status = 0;
-    json list = json::array();
-    for (const std::string &path :
-         given.words.empty() ? std::vector<std::string>{"-"} : given.words) {
+    for (const std::string &path : paths) {
         const std::string name = path == "-" ? "standard input" : escaped(path);
-        json object = {{"file", path}, {"error", nullptr}};
+        std::string error;
         try {
-            handle({path, name, read_all(path, name)}, object);
+            if (!handle({path, name, read_all(path, name)})) {
+                status = 1;
+            }
+            continue;
         } catch (const refusal &reason) {
-            object["error"] = reason.what();
+            error = reason.what();
         } catch (const std::bad_alloc &) {
-            object["error"] = name + ": out of memory";
+            error = name + ": out of memory";
         }
-        if (!object["error"].is_null()) {
-            complain(object["error"]);
+        status = 1;
+        complain(error);
+        if (refuse) {
+            refuse(path, error);
         }
-        status = object["error"].is_null() && object.value("count", 1) > 0 ? status : 1;
-        list.push_back(object);
-    }
-    // ASCII: JSON's own escapes then cover every character that acts on a terminal.
-    if (given.has('j')) {
-        std::cout << list.dump(2, ' ', true, json::error_handler_t::replace) << '\n';
     }
     return status;
 }

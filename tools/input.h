@@ -1,19 +1,12 @@
 // What a command is given, and what it throws.
 #pragma once
 
-#include <nlohmann/json.hpp>
-
+#include <cstdint>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-using json = nlohmann::ordered_json;
-
-template <class type>
-using heap_ptr = std::unique_ptr<type, decltype([](void *block) { free(block); })>;
 
 // The input cannot be read or converted: one line for standard error, and exit status 1.
 using refusal = std::runtime_error;
@@ -22,14 +15,15 @@ using refusal = std::runtime_error;
 using wrong_usage = std::invalid_argument;
 
 struct command_line {
-    std::vector<std::string> words; // after the command's name
-    std::string options;            // the letters of those that are there
+    std::vector<std::string> words;   // after the command's name
+    std::vector<std::string> options; // the names of those that are there
     std::optional<int> index;
     std::string label;
-
-    bool has(char option) const {
-        return options.find(option) != std::string::npos;
-    }
+    bool help = false;
+    bool version = false;
+    bool json = false;
+    bool lenient = false;
+    bool to_trace_file = false;
 };
 
 struct input {
@@ -45,9 +39,10 @@ struct input {
     }
 };
 
-// Hands over each file that the words name, or standard input, however those before it fared, with
-// an object that --json prints in a list. A file that cannot be read, or that `handle` refuses, is
-// in the list with its error. Returns the exit status: 1 if there is such a file, or one whose
-// "count" is 0.
-int for_each_file(const command_line &given,
-                  const std::function<void(const input &file, json &object)> &handle);
+// Hands over each file that the words name, or standard input, however those before it fared.
+// `handle` returns whether the file is good. One that cannot be read, or that `handle` refuses, is
+// handed to `refuse` with the error, which standard error gets too. Returns the exit status: 1 if
+// one of the files is not good.
+int for_each_file(
+    const command_line &given, const std::function<bool(const input &file)> &handle,
+    const std::function<void(const std::string &path, const std::string &error)> &refuse = nullptr);

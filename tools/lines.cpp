@@ -4,161 +4,135 @@
 
 #include <algorithm>
 #include <cctype>
-#include <regex>
 
 namespace {
 
-constexpr const char *put_begin = "Put the BEGIN line there.";
-
-// libcrypto passes over bytes beyond ASCII at the end of a line where char is signed.
-constexpr bool passes_over = static_cast<char>(0x80) < 0;
-
-bool is_ascii(char byte) {
-    return static_cast<unsigned char>(byte) < 0x80;
-}
-
-bool is_base64(char byte) {
-    return is_ascii(byte) && (std::isalnum(byte) != 0 || byte == '+' || byte == '/' || byte == '=');
-}
+// libcrypto skips bytes beyond ASCII at the end of a line where char is signed.
+constexpr bool skips_beyond_ascii = static_cast<char>(0x80) < 0;
 
 // The line at a position, with its line break.
 std::string_view line_at(std::string_view text, size_t at) {
     return text.substr(at, std::min(text.find('\n', at), text.size() - 1) + 1 - at);
 }
 
-// Without blanks and control characters at its end; and, if `to_ascii`, without what is beyond.
-std::string_view trimmed(std::string_view line, bool to_ascii) {
-    while (!line.empty() && (is_ascii(line.back()) ? line.back() <= ' ' : to_ascii)) {
+// Without what libcrypto skips at its end: blanks and control characters.
+std::string_view trimmed(std::string_view line) {
+    while (!line.empty()) {
+        const auto last = static_cast<unsigned char>(line.back());
+        if (last > ' ' && (last < 0x80 || !skips_beyond_ascii)) {
+            break;
+        }
         line.remove_suffix(1);
     }
     return line;
 }
 
-// The parts of a line that looks like a BEGIN or an END line.
-using marker = std::match_results<std::string_view::const_iterator>;
-enum { FRONT = 1, DASHES_BEFORE, WORD, KIND, DASHES_AFTER, REST };
-
-bool find_marker(std::string_view line, marker &found) {
-    static const std::regex pattern("(|[^]*?[^-])(-*)\\b(BEGIN|END) ([^-]*)(-*)([^]*)",
-                                    std::regex::icase | std::regex::optimize);
-    // A longer line is not read to its end: what matters stands at its start.
-    line = trimmed(line, passes_over).substr(0, 500);
-    return line.find(' ') != line.npos &&
-           std::regex_match(line.begin(), line.end(), found, pattern) &&
-           (found.length(DASHES_BEFORE) + found.length(DASHES_AFTER) > 0 ||
-            found.str(KIND) == "CERTIFICATE");
+// Looks only at the start of a long line: what matters stands there.
+std::string upper_case(std::string_view line) {
+    std::string text(line.substr(0, 500));
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char byte) { return static_cast<char>(std::toupper(byte)); });
+    return text;
 }
 
-// What is wrong with the line itself; or, if it is good, why no block uses it.
-line_fault explain(const marker &found, std::string_view line, size_t number, bool is_last) {
-    const std::string_view rest = line.substr(static_cast<size_t>(found.position(REST)));
-    const auto before = found.length(DASHES_BEFORE);
-    const auto after = found.length(DASHES_AFTER);
-    const bool is_begin = found.length(WORD) == 5;
-    const auto mend = [](std::string_view part) {
-        const bool is_line =
-            std::all_of(part.begin(), part.end(), is_base64) || part.ends_with("-----");
-        return is_line ? "Put a line break there." : "Remove that.";
-    };
-    const struct {
-        bool is_so;
-        std::string text;
-        std::string remedy;
-    } causes[] = {
-        {found.length(FRONT) > 0, "with " + in_quotes(found.str(FRONT)) + " in front",
-         mend(found.str(FRONT))},
-        {!rest.empty(), "with " + in_quotes(rest) + " after its dashes", mend(rest)},
-        {is_last && after < 5, "cut off at the end of the file", "Copy it again."},
-        {before != 5 || after != 5,
-         "with " + std::to_string(before) + " and " + std::to_string(after) +
-             " dashes in place of 5 and 5",
-         "Correct that."},
-        {found[WORD] != "BEGIN" && found[WORD] != "END", "in lower case", "Write it in capitals."},
-        {is_begin, "without an END line before it", "Put the END line there."},
-        {true, "without its BEGIN line: " + in_quotes(line),
-         "Put its BEGIN line in front of the Base64, or make the two match."},
-    };
-    const auto *const cause = std::find_if(std::begin(causes), std::end(causes),
-                                           [](const auto &each) { return each.is_so; });
-    return {number, (is_begin ? "a BEGIN line " : "an END line ") + cause->text, cause->remedy};
+bool contains(const std::string &text, const char *part) {
+    return text.find(part) != text.npos;
 }
 
-// Whether the line, from `at` to `end`, is no more than a quotation in a comment.
-bool is_quoted(const marker &found, std::string_view text, size_t at, size_t end) {
-    const bool has_words = std::any_of(found[FRONT].first, found[FRONT].second,
-                                       [](char byte) { return byte > ' ' && is_ascii(byte); });
-    const size_t before = at == 0 ? 0 : text.substr(0, at - 1).rfind('\n') + 1;
-    const size_t after = end < text.size() ? end + line_at(text, end).size() : end;
-    return (has_words || found.length(DASHES_BEFORE) < 2) &&
-           !holds_base64(text.substr(before, after - before)) &&
-           !trimmed(text.substr(before, at - before), false).ends_with('='); // a short last line
+bool is_base64(char byte) {
+    const auto code = static_cast<unsigned char>(byte);
+    return code < 0x80 && (std::isalnum(code) != 0 || byte == '+' || byte == '/');
+}
+
+bool looks_like_marker(std::string_view line) {
+    if (line.find('-') == line.npos && line.find("CERT") == line.npos) {
+        return false;
+    }
+    const std::string text = upper_case(line);
+    return contains(text, "-BEGIN ") || contains(text, "-END ") ||
+           contains(text, "BEGIN CERTIFICATE") || contains(text, "END CERTIFICATE") ||
+           (contains(text, "---") && contains(text, "CERT"));
+}
+
+// The kind that a good marker line names.
+bool read_kind(std::string_view line, std::string_view start, std::string &kind) {
+    constexpr std::string_view dashes = "-----";
+    if (!line.starts_with(start) || !line.ends_with(dashes) ||
+        line.size() < start.size() + dashes.size()) {
+        return false;
+    }
+    kind = line.substr(start.size(), line.size() - start.size() - dashes.size());
+    return true;
+}
+
+marker_line read_marker(std::string_view line) {
+    marker_line marker = {};
+    marker.problem.detail = in_quotes(line);
+    marker.has_bom = line.starts_with("\xEF\xBB\xBF");
+    line.remove_prefix(marker.has_bom ? 3 : 0);
+    const std::string text = upper_case(line);
+    marker.is_begin = text.find("BEGIN") <= text.find("END");
+    marker.is_good = read_kind(line, marker.is_begin ? "-----BEGIN " : "-----END ", marker.kind);
+    marker.problem.word = marker.is_begin ? "BEGIN" : "END";
+    if (!marker.is_good || marker.has_bom) {
+        marker.problem.kind = faults::malformed_marker;
+    } else {
+        marker.problem.kind = marker.is_begin ? faults::stray_begin : faults::stray_end;
+    }
+    return marker;
 }
 
 } // namespace
 
-bool holds_base64(std::string_view text) {
-    return std::search_n(text.begin(), text.end(), 32, true,
-                         [](char byte, bool) { return is_base64(byte); }) != text.end();
+size_t line_counter::line_of(size_t place) {
+    if (place > at) {
+        const std::string_view passed = text.substr(at, place - at);
+        line += static_cast<size_t>(std::count(passed.begin(), passed.end(), '\n'));
+        at = place;
+    }
+    return line;
 }
 
 std::vector<marker_line> find_marker_lines(std::string_view text) {
-    std::vector<marker_line> lines;
-    bool has_markers = false;
-    bool may_start = true; // a certificate's Base64, without a BEGIN line
-    for (size_t at = 0, end = 0, number = 1; at < text.size(); at = end, ++number) {
+    std::vector<marker_line> markers;
+    size_t number = 1;
+    for (size_t at = 0, end = 0; at < text.size(); at = end, ++number) {
         const std::string_view line = line_at(text, at);
-        const std::string_view seen = trimmed(line, passes_over);
         end = at + line.size();
-        marker found;
-        const bool is_marker = find_marker(line, found) && !is_quoted(found, text, at, end);
-        if (is_marker) {
-            // libcrypto takes further dashes for a part of the kind.
-            const bool is_begin = found.length(WORD) == 5;
-            const std::string kind = found.str(KIND) + found.str(DASHES_AFTER).erase(0, 5);
-            const std::string good = (is_begin ? "-----BEGIN " : "-----END ") + kind + "-----";
-            // libcrypto passes over a byte order mark where it starts to read.
-            const bool starts = at == 0 || (!lines.empty() && lines.back().end == at);
-            const bool is_good = seen == good || (starts && seen == "\xEF\xBB\xBF" + good);
-            lines.push_back({at, end, is_begin, false, is_good, kind,
-                             explain(found, seen, number, line.back() != '\n')});
-        } else if (may_start && line.find("MI") < 4 && holds_base64(line)) {
-            const std::string fault = "Base64 without a BEGIN line before it";
-            lines.push_back({at, end, false, true, false, "", {number, fault, put_begin}});
+        if (looks_like_marker(line)) {
+            marker_line marker = read_marker(trimmed(line));
+            marker.begin = at;
+            marker.end = end;
+            marker.problem.line = number;
+            markers.push_back(std::move(marker));
         }
-        has_markers = has_markers || is_marker;
-        may_start = is_marker ? found.length(WORD) != 5 : !holds_base64(line);
     }
-    return has_markers ? lines : std::vector<marker_line>();
+    return markers;
 }
 
-line_fault first_wrong_line(std::string_view block, size_t number, bool is_readable) {
-    marker found;
-    bool is_header = false; // until a blank line
-    bool has_blank = false;
-    bool has_base64 = false;
+fault first_wrong_line(std::string_view block, size_t number) {
     size_t padding = 0; // the line that has it
-    for (size_t at = 0; at < block.size(); at += line_at(block, at).size(), ++number) {
-        const std::string_view line = trimmed(line_at(block, at), passes_over);
-        const std::string_view end = trimmed(line_at(block, at), false).substr(line.size());
-        if (is_readable && !end.empty()) {
-            return {number, in_quotes(end) + " at its end, which AArch64 refuses", "Remove that."};
-        }
-        if (at > 0 && ((!is_readable && line.starts_with("--")) || find_marker(line, found))) {
+    bool has_base64 = false;
+    for (size_t at = line_at(block, 0).size(); at < block.size(); at += line_at(block, at).size()) {
+        const std::string_view line = trimmed(line_at(block, at));
+        ++number;
+        const bool is_header = !has_base64 && line.find(':') != line.npos;
+        if (is_header || line.starts_with("--") || looks_like_marker(line)) {
             return {};
         }
-        if (line.empty() && (has_blank || (has_base64 && !is_header))) {
-            return {number, "a blank line", "Remove it."};
+        if (line.empty() && has_base64) {
+            return {faults::blank_line, number};
         }
-        has_blank = has_blank || line.empty();
-        is_header = !has_blank && !has_base64 && (is_header || line.find(':') != line.npos);
-        for (const char byte : at == 0 || is_header ? "" : line) {
-            if (!is_base64(byte) && byte != ' ' && byte != '\t') {
-                return {number, in_quotes({&byte, 1}) + " is no Base64", "Copy it again."};
+        for (const char &byte : line) {
+            if (!is_base64(byte) && byte != '=' && byte != ' ' && byte != '\t') {
+                return {faults::not_base64, number, "", in_quotes({&byte, 1})};
             }
             if (padding > 0 && byte != '=') {
-                return {padding, "padding before the end of the Base64", "Copy it again."};
+                return {faults::early_padding, padding};
             }
-            padding = byte == '=' && padding == 0 ? number : padding;
+            if (byte == '=' && padding == 0) {
+                padding = number;
+            }
             has_base64 = true;
         }
     }

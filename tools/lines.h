@@ -1,35 +1,34 @@
-// Which lines are to blame: the marker lines that no block uses, and the first wrong line of a
+// The lines of PEM: those that look like a BEGIN or an END line, and the first wrong line of a
 // block that cannot be read.
 #pragma once
 
-#include <string>
+#include "faults.h"
+
+#include <string_view>
 #include <vector>
 
-struct line_fault {
-    size_t line = 0;  // from 1
-    std::string text; // empty, if there is none
-    std::string remedy;
+// Counts lines up to places that are asked for in the order of the text.
+struct line_counter {
+    std::string_view text;
+    size_t at = 0;
+    size_t line = 1;
+
+    size_t line_of(size_t place);
 };
 
-// A line that looks like the BEGIN or the END line of a PEM block, in any case, with any number of
-// dashes, with anything in front or after.
 struct marker_line {
     size_t begin;
     size_t end; // after its line break
     bool is_begin;
-    bool is_base64;   // no such line, but the start of a certificate without a BEGIN line before it
-    bool is_good;     // just as it should be
-    std::string kind; // that it names
-    line_fault fault; // why no block uses it
+    bool is_good; // just as it should be
+    bool has_bom; // and a byte order mark before it, which libcrypto skips where it starts to read
+    std::string kind; // that it names, if it is good
+    fault problem;    // why no block uses it
 };
 
-// All such lines, if there are any, but those that a comment quotes: with other words around them,
-// and no Base64 next to them.
+// Those that look like one in any case, with any number of dashes, with anything around them.
 std::vector<marker_line> find_marker_lines(std::string_view text);
 
 // Why a block, whose first line has that number, cannot be read, up to a line in it that looks like
-// a marker; or, if it can be read here, why other machines refuse it.
-line_fault first_wrong_line(std::string_view block, size_t number, bool is_readable);
-
-// Whether the text has a run of Base64 that is longer than any word.
-bool holds_base64(std::string_view text);
+// a marker.
+fault first_wrong_line(std::string_view block, size_t number);

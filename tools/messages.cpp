@@ -8,13 +8,18 @@
 namespace {
 
 // Whether a character cannot be seen, looks like a blank, or reorders the text around it: each can
-// make one name look like another. Those that combine with the one in front are seen, but for the
-// variation selectors.
+// make one name look like another. Those that combine with the one in front are seen, except the
+// variation selectors and two vowels of Khmer.
 bool hides_itself(wchar_t character) {
-    const auto code = std::wint_t{static_cast<unsigned>(character)};
-    return (wcwidth(character) == 0 && std::iswctype(code, std::wctype("combining")) == 0) ||
-           (std::iswspace(code) != 0 && character != L' ') ||
-           (character >= 0xFE00 && character <= 0xFE0F) ||
+    const auto code = static_cast<std::wint_t>(character);
+    if (wcwidth(character) == 0 && std::iswctype(code, std::wctype("combining")) == 0) {
+        return true;
+    }
+    if (std::iswspace(code) != 0 && character != L' ') {
+        return true;
+    }
+    return (code >= 0x17B4 && code <= 0x17B5) || (code >= 0x180B && code <= 0x180F) ||
+           (code >= 0xFE00 && code <= 0xFE0F) || (code >= 0xE0100 && code <= 0xE01EF) ||
            std::wcschr(L"\u00A0\u00AD\u034F\u115F\u2007\u202F\u2800\u3164\uFFA0", character) !=
                nullptr;
 }
@@ -53,8 +58,9 @@ std::string in_quotes(std::string_view text) {
     return '"' + excerpt(text) + '"';
 }
 
-std::string counted(size_t number, const std::string &noun) {
-    return std::to_string(number) + ' ' + noun + (number == 1 ? "" : "s");
+std::string counted(size_t number, const std::string &noun, const std::string &plural) {
+    const std::string several = plural.empty() ? noun + 's' : plural;
+    return std::to_string(number) + ' ' + (number == 1 ? noun : several);
 }
 
 void complain(const std::string &text) {

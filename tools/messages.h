@@ -1,14 +1,13 @@
 // What people read.
 //
-// A message is one line. On standard error "tesra: " stands in front. The file and the line come
-// first, then the cause, then the remedy. Text that somebody else chose is escaped, and cut where
-// it may be of any length.
+// A message is one line. On standard error it starts with "tesra: ". The file and the line come
+// first, then the cause. Text that somebody else chose is escaped, and cut where it may be of any
+// length.
 #pragma once
 
 #include <string>
 
-// UTF-8 text as it can be shown on a terminal: what acts on the terminal, or cannot be seen, is
-// spelled out.
+// UTF-8 text as it can be shown on a terminal: control and invisible characters are escaped.
 std::string escaped(std::string_view text);
 
 // The start of a text, escaped, and how much of it is left out.
@@ -17,7 +16,7 @@ std::string excerpt(std::string_view text);
 std::string in_quotes(std::string_view text); // an excerpt
 
 // Such as "1 byte" and "2 bytes".
-std::string counted(size_t number, const std::string &noun);
+std::string counted(size_t number, const std::string &noun, const std::string &plural = "");
 
 // One line on standard error.
 void complain(const std::string &text);

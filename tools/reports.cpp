@@ -2,6 +2,7 @@
 
 #include "input.h"
 #include "messages.h"
+#include "owned.h"
 
 #include <dlfcn.h>
 #include <platform_log.h>
@@ -24,6 +25,18 @@ int shown_level = setting == nullptr ? 0 : atoi(setting);
 kept_errors *keeper = nullptr;
 bool dumps_are_printed = false;
 bool trace_file_is_written = false;
+bool trace_line_is_lost = false;
+
+using file_ptr = owned<FILE, fclose>;
+
+// How long the trace file is; 0, if its last line is cut.
+long whole_lines() {
+    const file_ptr file(fopen(TESRA_TRACE_FILE, "rb"));
+    if (file == nullptr || fseek(file.get(), -1, SEEK_END) != 0 || getc(file.get()) != '\n') {
+        return 0;
+    }
+    return ftell(file.get());
+}
 
 } // namespace
 
@@ -49,13 +62,16 @@ void print_dumps() {
     dumps_are_printed = true;
 }
 
-void write_trace_file() {
-    FILE *const file = fopen(TESRA_TRACE_FILE, "a+");
+void write_trace_file(const std::function<void()> &write) {
+    const file_ptr file(fopen(TESRA_TRACE_FILE, "a+"));
     if (file == nullptr) {
         throw refusal(std::string(TESRA_TRACE_FILE ": ") + strerror(errno));
     }
-    fclose(file);
     trace_file_is_written = true;
+    write();
+    if (trace_line_is_lost) {
+        throw refusal(TESRA_TRACE_FILE ": a line could not be written");
+    }
 }
 
 extern "C" int platform_log_write(int level, int, const char *format, ...) {
@@ -102,6 +118,8 @@ extern "C" void tesra_trace(uint8_t level, const char *file, uint32_t line, cons
     vsnprintf(text, sizeof text, format, args);
     va_end(args);
     if (trace_file_is_written) {
+        const long before = whole_lines();
         trace(level, file, line, "%s", text);
+        trace_line_is_lost = trace_line_is_lost || whole_lines() <= before;
     }
 }

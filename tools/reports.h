@@ -1,11 +1,11 @@
 // What becomes of the library's reports while the tool runs.
 //
 // The platform's log and the trace file belong to the daemon. The tool defines platform_log_write
-// and tesra_trace itself, and the dynamic linker gives the library these in place of the platform's
-// and of its own: what somebody looks at by hand leaves no trace of errors that the daemon never
-// met.
+// and tesra_trace itself, and the dynamic linker gives them to the library in place of the
+// platform's and its own: an inspection by hand leaves no errors that the daemon never met.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -23,6 +23,6 @@ struct kept_errors {
 // From now on the lines of tesra_dump go to standard output instead of the platform's log.
 void print_dumps();
 
-// From now on the trace file is written. Throws a refusal if that cannot be, which tesra_trace does
-// not tell.
-void write_trace_file();
+// Calls `write` with the trace file writable. Throws a refusal if not every line arrives, which the
+// library does not tell.
+void write_trace_file(const std::function<void()> &write);

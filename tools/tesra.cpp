@@ -10,18 +10,20 @@
 #include <clocale>
 #include <cstring>
 #include <iostream>
+#include <map>
 
 namespace {
 
 constexpr const char *summary = R"(Usage: tesra [OPTION...] COMMAND [ARGUMENT...]
 
-  count [FILE...]                          the number of certificates
-  show [--index N] [--json] [FILE...]      their texts; position -1 is the last
-  check [--json] [FILE...]                 what each block is, and what is wrong
-  base64 encode|decode [--lenient] [FILE]  bytes to Base64 text, or back
-  hex encode|decode [--lenient] [FILE]     bytes to hexadecimal text, or back
-  dump [--label TEXT] [--trace] [FILE]     bytes in hexadecimal, 16 to a line
-  trace MESSAGE                            a line for the trace file
+  count [FILE...]                          print the number of certificates
+  show [--index N] [--json] [FILE...]      print their texts; -1 is the last
+  check [--json] [FILE...]                 say what is wrong with a chain
+  recover [FILE...]                        write every intact certificate as PEM
+  base64 encode|decode [--lenient] [FILE]  convert bytes to Base64 text, or back
+  hex encode|decode [--lenient] [FILE]     convert bytes to hexadecimal, or back
+  dump [--label TEXT] [--trace] [FILE]     show bytes in hexadecimal
+  trace MESSAGE                            append a line to the trace file
 
 Without FILE, or with -, the input is standard input. Options:
 
@@ -32,54 +34,75 @@ Without FILE, or with -, the input is standard input. Options:
 )";
 
 constexpr option options[] = {
-    {"help", 0, nullptr, 'h'},    {"version", 0, nullptr, 'V'}, {"log", 1, nullptr, 'L'},
-    {"index", 1, nullptr, 'i'},   {"label", 1, nullptr, 'l'},   {"json", 0, nullptr, 'j'},
-    {"lenient", 0, nullptr, 'e'}, {"trace", 0, nullptr, 't'},   {nullptr, 0, nullptr, 0},
+    {"help", 0, nullptr, 'h'},  {"version", 0, nullptr, 'V'}, {"log", 1, nullptr, 0},
+    {"index", 1, nullptr, 0},   {"label", 1, nullptr, 0},     {"json", 0, nullptr, 0},
+    {"lenient", 0, nullptr, 0}, {"trace", 0, nullptr, 0},     {nullptr, 0, nullptr, 0},
 };
 
 constexpr struct {
     const char *name;
-    const char *options; // letters of those that it takes, beside the first three
+    const char *options; // that it takes, beside those that all take
     size_t words;        // that it takes at most
     int (*run)(const command_line &given);
 } commands[] = {
-    {"count", "", SIZE_MAX, count},
-    {"show", "ij", SIZE_MAX, show},
-    {"check", "j", SIZE_MAX, check},
-    {"base64 encode", "", 1, base64_encode},
-    {"base64 decode", "e", 1, base64_decode},
-    {"hex encode", "", 1, hex_encode},
-    {"hex decode", "e", 1, hex_decode},
-    {"dump", "lt", 1, dump},
-    {"trace", "", 1, trace},
+    {"count", "", SIZE_MAX, count},          {"show", "index json", SIZE_MAX, show},
+    {"check", "json", SIZE_MAX, check},      {"recover", "", SIZE_MAX, recover},
+    {"base64 encode", "", 1, base64_encode}, {"base64 decode", "lenient", 1, base64_decode},
+    {"hex encode", "", 1, hex_encode},       {"hex decode", "lenient", 1, hex_decode},
+    {"dump", "label trace", 1, dump},        {"trace", "", 1, trace},
 };
+
+void set_index(command_line &given, const std::string &text) {
+    given.index = atoi(text.c_str());
+    if (std::to_string(*given.index) != text || *given.index < -1) {
+        throw wrong_usage("--index: must be a position from 0, or -1 for the last one");
+    }
+}
 
 command_line read_command_line(int argc, char **argv) {
     command_line given;
-    // "-" in front: words are handed over in their place, whatever POSIXLY_CORRECT says.
-    for (int letter = 0; (letter = getopt_long(argc, argv, "-hV", options, nullptr)) != -1;) {
-        if (letter == '?') {
-            exit(2); // getopt_long has said why
-        } else if (letter == 1) {
+    std::map<std::string, std::string> values;
+    int at = 0;
+    // "-": words are handed over in their place, whatever POSIXLY_CORRECT says. ":": getopt_long
+    // says nothing itself, since it escapes nothing.
+    for (int letter = 0; (letter = getopt_long(argc, argv, "-:hV", options, &at)) != -1;) {
+        if (letter == 1) {
             given.words.emplace_back(optarg);
-        } else if (letter == 'L') {
-            show_reports(optarg);
+        } else if (letter == 0) {
+            values[options[at].name] = optarg == nullptr ? "" : optarg;
+        } else if (letter == 'h' || letter == 'V') {
+            given.help = given.help || letter == 'h';
+            given.version = given.version || letter == 'V';
         } else {
-            given.options += static_cast<char>(letter);
-        }
-        if (letter == 'i') {
-            char *end = nullptr;
-            const long index = strtol(optarg, &end, 10);
-            if (end == optarg || *end != '\0' || index < -1 || index != static_cast<int>(index)) {
-                throw wrong_usage("--index: must be a position from 0, or -1 for the last one");
-            }
-            given.index = static_cast<int>(index);
-        } else if (letter == 'l') {
-            given.label = optarg;
+            throw wrong_usage(escaped(argv[optind - 1]) +
+                              (letter == ':' ? ": needs a value" : ": no such option"));
         }
     }
     given.words.insert(given.words.end(), argv + optind, argv + argc);
+    if (values.contains("log")) {
+        show_reports(values.extract("log").mapped());
+    }
+    if (values.contains("index")) {
+        set_index(given, values["index"]);
+    }
+    given.json = values.contains("json");
+    given.lenient = values.contains("lenient");
+    given.to_trace_file = values.contains("trace");
+    for (const auto &[name, value] : values) {
+        given.options.push_back(name);
+        given.label = name == "label" ? value : given.label;
+    }
     return given;
+}
+
+[[noreturn]] void refuse_command(const std::string &first, const std::string &both) {
+    if (first.empty()) {
+        throw wrong_usage("which command? \"tesra help\" lists them");
+    }
+    if (first == "base64" || first == "hex") {
+        throw wrong_usage(first + ": encode or decode?");
+    }
+    throw wrong_usage(escaped(both) + ": no such command; \"tesra help\" lists them");
 }
 
 // Returns the exit status; exceptions are refusals.
@@ -87,8 +110,8 @@ int run(command_line given) {
     auto &words = given.words;
     const std::string first = words.empty() ? "" : words[0];
     const std::string both = words.size() > 1 ? first + ' ' + words[1] : first;
-    if (given.has('V') || given.has('h') || first == "help") {
-        std::cout << (given.has('V') ? TESRA_VERSION "\n" : summary);
+    if (given.version || given.help || first == "help") {
+        std::cout << (given.version ? TESRA_VERSION "\n" : summary);
         return 0;
     }
     for (const auto &command : commands) {
@@ -96,22 +119,22 @@ int run(command_line given) {
             continue;
         }
         words.erase(words.begin(), words.begin() + (first == command.name ? 1 : 2));
-        const bool has_others =
-            given.options.find_first_not_of(command.options) != std::string::npos;
-        if (has_others || words.size() > command.words) {
-            throw wrong_usage(std::string(command.name) +
-                              (has_others ? ": not with such an option" : ": too many arguments"));
+        for (const std::string &option : given.options) {
+            if (std::string_view(command.options).find(option) == std::string_view::npos) {
+                throw wrong_usage(std::string(command.name) + ": does not take --" + option);
+            }
+        }
+        if (words.size() > command.words) {
+            throw wrong_usage(std::string(command.name) + ": too many arguments");
         }
         return command.run(given);
     }
-    throw wrong_usage((first.empty() ? "which command?" : escaped(both) + ": no such command;") +
-                      " \"tesra help\" lists them");
+    refuse_command(first, both);
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    argv[0] = const_cast<char *>("tesra"); // in what getopt_long says
     try {
         setlocale(LC_CTYPE, "C.UTF-8"); // names are UTF-8 whatever the user's locale
         // A certificate's PEM block may say that it is encrypted. Nobody is asked for a pass

@@ -13,11 +13,11 @@
     tesra: standard input: not Base64 text: character 1 is "="
     tesra: standard input: not Base64 text: character 3 is "="
     tesra: standard input: not Base64 text: character 1 is "="
-    tesra: standard input: not Base64 text: 3 characters, no multiple of 4
+    tesra: standard input: not Base64 text: 3 characters, not a multiple of 4
     [1]
     $ for text in 0x68 ' 4 1'; do tesra hex decode <<<$text; done
     tesra: standard input: not hexadecimal text: character 2 is "x"
-    tesra: standard input: not hexadecimal text: character 2 is " "
+    tesra: standard input: not hexadecimal text: character 3 is " "
     [1]
     $ tesra hex decode --lenient <<<1G | tesra dump --label l
     l 0000: 01\x20 (esc)

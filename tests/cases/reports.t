@@ -3,6 +3,8 @@
     $ tesra count --log=2 "$TESTDIR/../chains/bad-2-no-der.pem" 2>&1 | sed -n 's/error: \(.*\):[0-9]*:/\1:N:/p'
     tesra: tesra_cert.cpp:N:Failed to get cert at index 2
     tesra: tesra_cert.cpp:N:Failed to get cert count
+    tesra: tesra_cert.cpp:N:Failed to get cert at index 2
+    tesra: tesra_cert.cpp:N:Failed to get cert count
     $ tesra count --log warning "$TESTDIR/../../samples/chain.pem"
     3
     $ PLATFORM_LOG_STDERR=3 tesra base64 decode --lenient <<<'QUI=' 2>&1 | sed s/:[0-9]*:/:N:/
@@ -12,7 +14,7 @@
 # A dump has whole lines. The trace file gets what is meant for it, and nothing else.
 
     $ seq 20000 | tesra dump --label $(printf %071d 0)
-    tesra: --label: at most 70 bytes leave the lines whole
+    tesra: --label: at most 70 bytes, or lines are cut
     [2]
     $ tesra dump </dev/null
     tesra: standard input: nothing to show

@@ -1,7 +1,7 @@
     $ for words in bogus base64 'count --json' 'hex encode a b' 'show --index 1x' 'show --index -2' '--log 5 count' trace; do tesra $words; done
     tesra: bogus: no such command; "tesra help" lists them
-    tesra: base64: no such command; "tesra help" lists them
-    tesra: count: not with such an option
+    tesra: base64: encode or decode?
+    tesra: count: does not take --json
     tesra: hex encode: too many arguments
     tesra: --index: must be a position from 0, or -1 for the last one
     tesra: --index: must be a position from 0, or -1 for the last one
