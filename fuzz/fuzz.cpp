@@ -1,7 +1,8 @@
-// Every function, given anything. Each input gets one job, by its form and length: to be a chain,
+// Every function, and the tool's search for certificates, given anything. Each input gets one job, by its form and length: to be a chain,
 // or DER within one; or, as these need no long inputs, to be encoded and decoded or written in
 // lines.
 
+#include "search.h"
 #include "stand_ins.h"
 #include "tesra_common.h"
 
@@ -38,6 +39,15 @@ void read_chain(const char *chain, uint32_t length) {
     const std::string last = texts(chain, length, UINT32_MAX);
     check(count > 0 ? texts(chain, length, count - 1) == last : last.empty(), "-1 is the last one");
     ERR_clear_error();
+}
+
+void search(const char *text, size_t length) {
+    size_t at = 0;
+    for (const found_item &item : find_certificates({text, length})) {
+        check(item.begin >= at && item.begin < length, "what is found lies in the text, in order");
+        check(item.what != found_item::certificate || !item.der.empty(), "a certificate has DER");
+        at = item.begin;
+    }
 }
 
 // A PEM block of a certificate around any DER.
@@ -100,7 +110,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0) {
         return 0;
     }
-    if (data[0] == 0x30) {
+    if (size > 128 && size % 2 == 1) {
+        search(text, length);
+    } else if (data[0] == 0x30) {
         read_der(data, size);
     } else if (size > 256 || memmem(data, size, "-----", 5) != nullptr) {
         read_chain(text, length);
