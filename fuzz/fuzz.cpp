@@ -1,6 +1,6 @@
-// Every function, and the tool's search for certificates, given anything. Each input gets one job, by its form and length: to be a chain,
-// or DER within one; or, as these need no long inputs, to be encoded and decoded or written in
-// lines.
+// Every function, and the tool's search for certificates, given anything. Each input gets one job,
+// by its form and length: to be a chain, or DER within one; to be searched; or, as these need no
+// long inputs, to be encoded and decoded or written in lines.
 
 #include "search.h"
 #include "stand_ins.h"

@@ -37,13 +37,11 @@ constexpr struct {
     {"subject_common_name", &tesra_cert_data::subject_common_name},
 };
 
-// The first of its attributes that is there.
+// The last of its six attributes that is there.
 std::string subject_of(const tesra_cert_data &record) {
-    for (const char *text :
-         {record.subject_common_name, record.subject_org_unit, record.subject_org,
-          record.subject_locality, record.subject_state, record.subject_country}) {
-        if (*text != '\0') {
-            return text;
+    for (size_t last = std::size(fields); last > std::size(fields) - 6; --last) {
+        if (*(record.*fields[last - 1].text) != '\0') {
+            return record.*fields[last - 1].text;
         }
     }
     return "no name";

@@ -11,7 +11,7 @@ namespace {
 // make one name look like another. Those that combine with the one in front are seen, except the
 // variation selectors and two vowels of Khmer.
 bool hides_itself(wchar_t character) {
-    const auto code = static_cast<std::wint_t>(character);
+    const auto code = std::wint_t{static_cast<unsigned>(character)};
     if (wcwidth(character) == 0 && std::iswctype(code, std::wctype("combining")) == 0) {
         return true;
     }
@@ -58,9 +58,8 @@ std::string in_quotes(std::string_view text) {
     return '"' + excerpt(text) + '"';
 }
 
-std::string counted(size_t number, const std::string &noun, const std::string &plural) {
-    const std::string several = plural.empty() ? noun + 's' : plural;
-    return std::to_string(number) + ' ' + (number == 1 ? noun : several);
+std::string counted(size_t number, const std::string &noun) {
+    return std::to_string(number) + ' ' + noun + (number == 1 ? "" : "s");
 }
 
 void complain(const std::string &text) {

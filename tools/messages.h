@@ -16,7 +16,7 @@ std::string excerpt(std::string_view text);
 std::string in_quotes(std::string_view text); // an excerpt
 
 // Such as "1 byte" and "2 bytes".
-std::string counted(size_t number, const std::string &noun, const std::string &plural = "");
+std::string counted(size_t number, const std::string &noun);
 
 // One line on standard error.
 void complain(const std::string &text);
