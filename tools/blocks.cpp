@@ -118,7 +118,7 @@ void judge_certificate(block &seen, std::string_view text) {
     seen.record = record_of(text, 0);
     seen.is_certificate = seen.record != nullptr || count_certificates(text) == 1;
     if (seen.is_certificate && seen.record == nullptr) {
-        // The innermost two, as the daemon's log has them, of those that tell of a failure.
+        // The innermost two, as in the daemon's log; a missing attribute is no failure.
         std::erase_if(errors.texts, [](const auto &each) { return each.starts_with("Entry not"); });
         errors.texts.resize(2);
         seen.problem = {faults::no_record, seen.first_line, "",

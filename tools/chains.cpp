@@ -96,8 +96,8 @@ json json_of(const input &chain, const verdict &found) {
     return object;
 }
 
-// Hands over each file, with the list that --json prints; those that are refused are in the list
-// with their error. It is ASCII: JSON's own escapes then cover all that acts on a terminal.
+// Hands over each file, with the list that --json prints; a refused file is in it with its error.
+// The list is ASCII, since JSON's own escapes then cover control characters.
 int for_each_chain(const command_line &given,
                    const std::function<bool(const input &chain, json &list)> &handle) {
     json list = json::array();

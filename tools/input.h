@@ -16,7 +16,7 @@ using wrong_usage = std::invalid_argument;
 
 struct command_line {
     std::vector<std::string> words;   // after the command's name
-    std::vector<std::string> options; // the names of those that are there
+    std::vector<std::string> options; // the names of the options given
     std::optional<int> index;
     std::string label;
     bool help = false;

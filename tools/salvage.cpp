@@ -26,12 +26,13 @@ fault explain_loss(const found_item &item, size_t line, const std::vector<block>
     if (item.what == found_item::pkcs12) {
         return {faults::pkcs12, line};
     }
-    for (const block &seen : blocks) {
-        if (!seen.is_read && item.begin >= seen.begin && item.begin < seen.end) {
-            return seen.problem;
-        }
+    const auto next =
+        std::upper_bound(blocks.begin(), blocks.end(), item.begin,
+                         [](size_t place, const block &each) { return place < each.begin; });
+    if (next == blocks.begin() || std::prev(next)->is_read || item.begin >= std::prev(next)->end) {
+        return {faults::damaged, line};
     }
-    return {faults::damaged, line};
+    return std::prev(next)->problem;
 }
 
 // Searches a piece of the text. The first certificate in it may be known already.

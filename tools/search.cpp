@@ -9,8 +9,8 @@
 
 namespace {
 
-// Certificates that enclose a place and were tried already. Each may cost time in proportion to its
-// length, so hostile bytes could nest as many as they have.
+// How many attempts may enclose a place. Each costs time in proportion to its length, and hostile
+// bytes can nest any number.
 constexpr size_t max_enclosing = 8;
 
 // PEM in Base64, as in a Kubernetes secret, and in Base64 once more.
@@ -82,7 +82,7 @@ bool is_certificate(std::string_view der) {
 // A certificate is a sequence of two sequences and a bit string. So its outline is checked first,
 // at the cost of four headers.
 void find_in_der(std::string_view bytes, std::vector<found_item> &found) {
-    std::vector<size_t> enclosing; // where those that were tried end
+    std::vector<size_t> enclosing; // where earlier attempts end
     for (size_t at = bytes.find('\x30'); at != bytes.npos; at = bytes.find('\x30', at + 1)) {
         const element whole = element_at(bytes, at);
         const element contents = element_at(bytes, whole.content);

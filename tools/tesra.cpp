@@ -41,7 +41,7 @@ constexpr option options[] = {
 
 constexpr struct {
     const char *name;
-    const char *options; // that it takes, beside those that all take
+    const char *options; // the names of its options, beside the common ones
     size_t words;        // that it takes at most
     int (*run)(const command_line &given);
 } commands[] = {
