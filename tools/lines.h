@@ -1,4 +1,4 @@
-// The lines of PEM: those that look like a BEGIN or an END line, and the first wrong line of a
+// The lines of PEM: those which look like a BEGIN or an END line, and the first wrong line of a
 // block that cannot be read.
 #pragma once
 

@@ -1,5 +1,4 @@
-// Every certificate that a text holds: those that the library reads, and those that only a search
-// finds.
+// Every certificate that a text holds, whether the library reads it or only a search finds it.
 #pragma once
 
 #include "blocks.h"
