@@ -14,7 +14,7 @@ PKG_CONFIG_PATH=$(dirname "$(find "$folder/installed" -name tesra_common.pc)")
 LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH")
 
 mkdir "$folder/files"
-cp -R "$root/samples" "$root/samples/chain.pem" "$folder/files"
+cp -R "$root/bench" "$root/samples" "$root/samples/chain.pem" "$folder/files"
 printf '#!/bin/sh\n[ $# -gt 0 ] || set -- show samples/chain.pem\nexec tesra "$@"\n' >"$folder/files/run"
 chmod +x "$folder/files/run"
 # shellcheck disable=SC2016 # backquotes are text
