@@ -32,4 +32,8 @@ sed -n '/^\.EX/,/^\.EE/{s/\\-/-/g; s/\\e/\\/g; /^\./!s/^/    /; p}' "$root/tools
 for file in *.t; do
     [ "$(grep -c '^    \$ ' "$file")" -gt 1 ] || { echo "$file shows no command" && exit 1; }
 done
+for code in $(tr -d ' \n' <"$root/tools/faults.h" | grep -oP '=\{"\K[a-z0-9-]+'); do
+    sed 's/\\//g' "$root/tools/tesra.1" | grep -E "^\.BR? .*\b$code( |$|\")" >/dev/null ||
+        { echo "tesra.1 does not explain $code" && exit 1; }
+done
 cram3 --indent=4 --shell=/bin/bash ./*.t
