@@ -14,7 +14,7 @@ PKG_CONFIG_PATH=$(dirname "$(find "$folder/installed" -name tesra_common.pc)")
 LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH")
 
 mkdir "$folder/files"
-cp -R "$root/samples" "$root/samples/chain.pem" "$folder/files"
+cp -R "$root/bench" "$root/samples" "$root/samples/chain.pem" "$folder/files"
 printf '#!/bin/sh\n[ $# -gt 0 ] || set -- show samples/chain.pem\nexec tesra "$@"\n' >"$folder/files/run"
 chmod +x "$folder/files/run"
 # shellcheck disable=SC2016 # backquotes are text
@@ -31,5 +31,9 @@ sed -n '/^\.EX/,/^\.EE/{s/\\-/-/g; s/\\e/\\/g; /^\./!s/^/    /; p}' "$root/tools
     transcript >tesra.1.t
 for file in *.t; do
     [ "$(grep -c '^    \$ ' "$file")" -gt 1 ] || { echo "$file shows no command" && exit 1; }
+done
+for code in $(tr -d ' \n' <"$root/tools/faults.h" | grep -oP '=\{"\K[a-z0-9-]+'); do
+    sed 's/\\//g' "$root/tools/tesra.1" | grep -E "^\.BR? .*\b$code( |$|\")" >/dev/null ||
+        { echo "tesra.1 does not explain $code" && exit 1; }
 done
 cram3 --indent=4 --shell=/bin/bash ./*.t
