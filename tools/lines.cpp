@@ -62,7 +62,7 @@ bool read_kind(std::string_view line, std::string_view start, std::string &kind)
         return false;
     }
     kind = line.substr(start.size(), line.size() - start.size() - dashes.size());
-    return true;
+    return kind.find('\r') == kind.npos;
 }
 
 marker_line read_marker(std::string_view line) {

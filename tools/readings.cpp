@@ -82,7 +82,8 @@ escape read_number(std::string_view text, std::string_view prefix, int base, siz
 escape read_control(std::string_view text) {
     size_t end = 0;
     if (text.substr(1, 1) == "]") {
-        end = text.find_first_of("\x07\x1B", 1);
+        const size_t bell = text.substr(0, 256).find_first_of("\x07\x1B", 1);
+        end = bell == text.npos ? 0 : bell;
     } else if (text.substr(1, 1) == "[") {
         end = text.find_first_not_of("[0123456789;?", 1);
     }

@@ -97,7 +97,7 @@ extern "C" int platform_log_write(int level, int, const char *format, ...) {
         return 0;
     }
     if (is_dump) {
-        std::cout << message << '\n';
+        std::cout << escaped(message) << '\n';
     } else {
         const char *const name = level == 2   ? "error"
                                  : level == 3 ? "warning"

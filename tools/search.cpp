@@ -100,7 +100,7 @@ void find_in_der(std::string_view bytes, std::vector<found_item> &found) {
                 continue;
             }
         }
-        if (starts_certificate(bytes, at)) {
+        if (fits || starts_certificate(bytes, at)) {
             found.push_back({found_item::damaged, at, at + min_size, at, ""});
         } else if (starts_pkcs12(bytes, at)) {
             found.push_back({found_item::pkcs12, at, std::max(whole.end, at + 1), at, ""});

@@ -9,7 +9,7 @@ struct found_item {
     // What starts like a certificate but cannot be read is damaged. PKCS#12 is left to OpenSSL,
     // which asks for its password.
     enum kind { certificate, damaged, pkcs12 } what;
-    size_t begin; // in the text; of an item in Base64, of a place in the same line
+    size_t begin; // in the text; of an item in Base64, up to 64 bytes too early
     size_t end;
     size_t signature; // where the signature of a certificate starts
     std::string der;  // of a certificate

@@ -74,7 +74,10 @@ command_line read_command_line(int argc, char **argv) {
             given.help = given.help || letter == 'h';
             given.version = given.version || letter == 'V';
         } else {
-            throw wrong_usage(escaped(argv[optind - 1]) +
+            const bool is_short = optopt != 0 && optopt != 'h' && optopt != 'V';
+            const std::string word =
+                is_short ? std::string("-") + static_cast<char>(optopt) : argv[optind - 1];
+            throw wrong_usage(escaped(word) +
                               (letter == ':' ? ": needs a value" : ": no such option"));
         }
     }
