@@ -19,22 +19,27 @@ TEST(platform_log, shows_levels_up_to_the_setting_and_escapes_what_is_not_text) 
     // character.
     const char *text = "\x1B\n\xC2\x9F\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80"
                        "\x9B\xED\xA0\x80\xE0\x82\x9B\xC3";
-    EXPECT_EQ(platform_log_write(5, 292, "%s%1200d\n\n", text, 7), 0);
+    EXPECT_EQ(platform_log_write(5, 292, "%s%1003d", text, 7), 0); // 1024 bytes
     platform_log_write(6, 292, "not shown");
-    platform_log_write(3, 292, "warning");
-    EXPECT_EQ(platform_log_write(2, 292, "cut %ls", L"\u20AC"), -1) << "no such character in C";
+    platform_log_write(3, 292, "warning\n\n");
+    setlogmask(LOG_MASK(LOG_ERR));
+    EXPECT_EQ(platform_log_write(1, 292, "cut %ls", L"\u20AC"), -1) << "no such character in C";
+    setenv("PLATFORM_LOG_STDERR", "5x", 1);
+    platform_log_write(3, 292, "not shown");
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "L5 [292] \\x1B\\x0A\\xC2\\x9F\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80"
               "\\x9B\\xED\\xA0\\x80\\xE0\\x82\\x9B\\xC3" +
-                  std::string(1199, ' ') +
-                  "7\nsyslog: [292] warning\nL3 [292] warning\nL2 [292] cut \n");
+                  std::string(1002, ' ') +
+                  "7\nsyslog: [292] warning\nL3 [292] warning\n"
+                  "syslog: [292] cut \nL1 [292] cut \n");
 
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     close(ends[0]);
+    setenv("PLATFORM_LOG_STDERR", "5", 1);
     const int before = dup(STDERR_FILENO);
     dup2(ends[1], STDERR_FILENO);
-    EXPECT_EQ(platform_log_write(2, 292, "nobody reads"), 0); // and no SIGPIPE
+    EXPECT_EQ(platform_log_write(3, 292, "nobody reads"), 0); // and no SIGPIPE
     dup2(before, STDERR_FILENO);
     EXPECT_EQ(errno, ERANGE);
 }

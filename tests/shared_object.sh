@@ -22,6 +22,8 @@ expect_none "static data or code that runs at load" "$(readelf -SW "$@" |
     sed -n 's/^ *\[ *[0-9]*\] //p' |
     awk '$1 ~ /^\.(t?data|t?bss|rodata|init_array|ctors|preinit_array)/ && $5 !~ /^0+$/ &&
          $1 !~ /^\.rodata\.(str|cst)/ { print $1 }')"
+expect_none "the path of the sources" "$(grep -acF "$(realpath "$(dirname "$0")/..")/" "$library" |
+    grep -vx 0 || true)"
 # The linked file has the mark only where the C library's start files have it, too.
 for object; do
     expect_none "no control-flow protection" "$(readelf -nW "$object" |

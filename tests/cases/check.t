@@ -9,7 +9,7 @@
     S:14-29: CERTIFICATE, position 1: Example Issuing 7, until Nov 19 21:35:45 2036 GMT
     S:30-44: CERTIFICATE, position 2: Example Root 1, until Nov 17 21:35:45 2046 GMT
     S: 3 certificates, ends cleanly
-    $ for change in '20s/.*//' '20s/.$/=/' 20s/./!/ 20d 20p '15s/^M/A/' '44s/^/>/' '2i Proc-Type: 4,ENCRYPTED\n' 30d 13s/ATE/AT/; do sed "$change" S | verdict; done
+    $ for change in '20s/.*//' '20s/.$/=/' 20s/./!/ 20d 20p '15s/^M/A/' '44s/^/>/' '2i Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n' 30d 13s/ATE/AT/; do sed "$change" S | verdict; done
     refused: line 20: blank line within the block; tesra recover finds 2 certificates, at lines 1, 30
     refused: line 20: padding before the end of the Base64; tesra recover finds 2 certificates, at lines 1, 30
     refused: line 20: "!" is not a Base64 character; tesra recover finds 2 certificates, at lines 1, 30
@@ -17,7 +17,7 @@
     refused: line 14: damaged: 692 bytes long, but says 644; tesra recover finds 2 certificates, at lines 1, 31
     refused: line 14: unreadable: libcrypto: wrong tag; tesra recover finds 2 certificates, at lines 1, 30
     refused: line 44: malformed END line: ">-----END CERTIFICATE-----"; tesra recover finds 3 certificates, at lines 1, 14, 30
-    refused: line 1: encrypted; tesra recover finds 3 certificates, at lines 1, 16, 32
+    refused: line 1: encrypted; tesra recover finds 3 certificates, at lines 1, 17, 33
     refused: line 43: END line without its BEGIN line: "-----END CERTIFICATE-----"; tesra recover finds 3 certificates, at lines 1, 14, 30
     refused: line 13: END line without its BEGIN line: "-----END CERTIFICAT-----"; tesra recover finds 3 certificates, at lines 1, 14, 30
     $ head -c 1500 S | verdict; head -c 860 S | verdict; cat S key | verdict; sed '$s/$/\n/' S | verdict; cat key | verdict; cat trusted | verdict; verdict </dev/null; echo '<html>' | verdict
@@ -70,13 +70,13 @@
     $ tesra show --index -1 S | tail -n 2
       subject_org_unit    Roots
       subject_common_name Example Root 1
-    $ tesra show --index 1 S | sed -n '1p; 3p'; tesra show --index 3 S; cp "$TESTDIR/../records/bad-times.pem" .; tesra show bad-times.pem S | grep -c serial; sed 44d S | tesra show | wc -l
+    $ tesra show --index 1 S | sed -n '1p; 3p'; tesra show --index 3 S; cp "$TESTDIR/../records/bad-times.pem" .; tesra show bad-times.pem S | grep -c -e serial -e S:; sed 44d S | tesra show | wc -l
     Certificate 1
       not_before          Nov 22 21:35:45 2026 GMT
     tesra: S: the last certificate is at position 2
     tesra: bad-times.pem:1-10: CERTIFICATE, position 0: the library makes no record of it: Failed to convert ASN.1 time to string, Failed to convert not_before time
     tesra: bad-times.pem:11-20: CERTIFICATE, position 1: the library makes no record of it: Failed to convert ASN.1 time to string, Failed to convert not_after time
-    3
+    4
     tesra: standard input: refused: line 43: truncated: no END line; tesra recover finds 3 certificates, at lines 1, 14, 30
     0
     $ openssl req -x509 -set_serial 7 -key key -out evil -utf8 -subj $'/CN=a\x1B[31m\\\\\n\xC2\x9B\xE2\x81\xA6\xE1\xA0\x8B\xC3\xBCz' && tesra show evil | tail -n 1; openssl req -x509 -key key -subj / | tesra check | head -n 1 | cut -d, -f 2
@@ -88,10 +88,11 @@
     $ sed 20d S | tesra check --json - nope | sed 's/Nov.*GMT/DATE/' | tr -d ' \n'
     tesra: nope: No such file or directory
     [{"file":"-","count":0,"verdict":"refused:line14:damaged:596byteslong,butsays644;tesrarecoverfinds2certificates,atlines1,29","recovered":2,"fault":{"code":"wrong-length","line":14,"text":"damaged:596byteslong,butsays644"},"blocks":[{"first_line":1,"last_line":13,"kind":"CERTIFICATE","reached":true,"position":0,"subject":"probe.example","not_after":"DATE"},{"first_line":14,"last_line":28,"kind":"CERTIFICATE","reached":true,"fault":{"code":"wrong-length","line":14,"text":"damaged:596byteslong,butsays644"}},{"first_line":29,"last_line":43,"kind":"CERTIFICATE","reached":false,"subject":"ExampleRoot1","not_after":"DATE"}],"stray_lines":[]},{"file":"nope","error":"nope:Nosuchfileordirectory"}] (no-eol)
-    $ tesra show --json evil S | grep -e serial -e z
+    $ tesra show --json evil S bad-times.pem 2>/dev/null | grep -e serial -e z -e error
             "serial_number": "7",
             "issuer_common_name": "a\u001b[31m\\\n\u009b\u2066\u180b\u00fcz",
             "subject_common_name": "a\u001b[31m\\\n\u009b\u2066\u180b\u00fcz"
             "serial_number": "65235216693534277805033851989",
             "serial_number": "2254732815126900529",
             "serial_number": "1",
+        "error": "bad-times.pem:11-20: CERTIFICATE, position 1: the library makes no record of it: Failed to convert ASN.1 time to string, Failed to convert not_after time"

@@ -13,10 +13,10 @@
 
 # Completion in bash, which takes "=" for a word of its own.
 
-    $ complete() { :; }; compopt() { :; }; . "$TESTDIR/../../tools/tesra.bash-completion"
+    $ complete() { :; }; compopt() { printf "$* "; }; . "$TESTDIR/../../tools/tesra.bash-completion"
     $ after() { COMP_WORDS=(tesra "$@") COMP_CWORD=$#; _tesra; echo "${COMPREPLY[*]}"; }
     $ after --log debug sh; after --log =; after --log = w; after --log = debug sh
-    show
-    error warning info debug
-    warning
-    show
+    +o default show
+    +o default error warning info debug
+    +o default warning
+    +o default show
