@@ -12,7 +12,7 @@
 
 namespace {
 
-using bio_ptr = owned<BIO, BIO_free_all>;
+using bio_ptr = tesra_owned<BIO, BIO_free_all>;
 
 bio_ptr bio_of(std::string_view text) {
     return bio_ptr(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));

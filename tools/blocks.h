@@ -6,7 +6,7 @@
 
 #include <tesra_common.h>
 
-using record_ptr = owned<tesra_cert_data, tesra_free_cert_data>;
+using record_ptr = tesra_owned<tesra_cert_data, tesra_free_cert_data>;
 
 struct block {
     size_t start = 0; // where libcrypto started to read

@@ -176,7 +176,7 @@ std::pair<int, int> wanted(const input &chain, const verdict &found, std::option
 }
 
 void write_pem(const std::string &der) {
-    const owned<BIO, BIO_free_all> pem(BIO_new(BIO_s_mem()));
+    const tesra_owned<BIO, BIO_free_all> pem(BIO_new(BIO_s_mem()));
     const auto *const bytes = reinterpret_cast<const unsigned char *>(der.data());
     char *text = nullptr;
     if (pem == nullptr ||

@@ -12,7 +12,7 @@
 
 namespace {
 
-using file_ptr = owned<FILE, fclose>;
+using file_ptr = tesra_owned<FILE, fclose>;
 
 // The library takes no text of 2^31 bytes or more, so no more than that is read.
 std::string read_all(const std::string &path, const std::string &name) {

@@ -1,19 +1,8 @@
-// The one way to own what a C function releases.
+// The library's owning pointer, and its form for what malloc made.
 #pragma once
 
 #include <cstdlib>
-#include <memory>
-
-template <auto release>
-struct releaser {
-    template <class type>
-    void operator()(type *object) const {
-        release(object);
-    }
-};
-
-template <class type, auto release>
-using owned = std::unique_ptr<type, releaser<release>>;
+#include <tesra_owned.h>
 
 template <class type>
-using heap_ptr = owned<type, free>;
+using heap_ptr = tesra_owned<type, free>;

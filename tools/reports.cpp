@@ -27,7 +27,7 @@ bool dumps_are_printed = false;
 bool trace_file_is_written = false;
 bool trace_line_is_lost = false;
 
-using file_ptr = owned<FILE, fclose>;
+using file_ptr = tesra_owned<FILE, fclose>;
 
 // How long the trace file is; 0, if its last line is cut.
 long whole_lines() {
