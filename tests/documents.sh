@@ -5,7 +5,8 @@
 # is program.c to them.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-folder=$(mktemp -d)
+# A shell splits what pkg-config prints at blanks, which TMPDIR may have.
+folder=$(TMPDIR=/tmp mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 unset PLATFORM_LOG_STDERR OPENSSL_CONF
 cmake --install "$1" --prefix "$folder/installed" >"$folder/log"
