@@ -125,7 +125,7 @@ derived_text all_runs(std::string_view text) {
 
 // A certificate whose lines stand like its first one.
 struct layout {
-    size_t prefix = 0;  // what is stuck to each line, such as a diff's sign or a line number
+    size_t prefix = 0;  // what is stuck to the last line found: a diff's sign or a line number
     size_t suffix = 0;  // and to its end
     size_t width = 0;   // without these
     size_t column = 0;  // of the last line found
@@ -133,6 +133,11 @@ struct layout {
     size_t missing = 0; // digits
     std::vector<std::string_view> lines;
 };
+
+// The number of a line may have a digit more than that of the line above it.
+bool is_near(size_t prefix, size_t before) {
+    return prefix + 1 >= before && prefix <= before + 1;
+}
 
 // The DER of a certificate starts with its length. So does that of a key within it, but there is no
 // long sequence at the start of a key.
@@ -143,7 +148,7 @@ void read_start(std::string_view run, layout &cert) {
     }
     const std::string bytes = decode({std::string(run.substr(prefix, 8)), {}}, 0);
     const auto byte = [&](size_t at) { return static_cast<unsigned char>(bytes[at]); };
-    if (cert.missing == 0 || (prefix == cert.prefix && byte(4) == 0x30 && byte(5) >= 0x80)) {
+    if (cert.missing == 0 || (is_near(prefix, cert.prefix) && byte(4) == 0x30 && byte(5) >= 0x80)) {
         const size_t width = run.size() - prefix;
         const size_t suffix = width % 4 == 1 ? 1 : 0; // no line of Base64 ends like this
         const size_t size = byte(2) * 256U + byte(3) + 4U;
@@ -162,7 +167,7 @@ bool is_next(const layout &cert, std::string_view run, size_t column, size_t tai
     if (is_last && column != cert.column && (tail != cert.tail || stuck != cert.prefix)) {
         return false;
     }
-    return stuck <= (cert.prefix > 0 ? 16 : cert.suffix);
+    return cert.prefix > 0 ? is_near(stuck, cert.prefix) : stuck <= cert.suffix;
 }
 
 derived_text even_lines(std::string_view text) {
@@ -179,7 +184,8 @@ derived_text even_lines(std::string_view text) {
         read_start(run, cert);
         if (is_next(cert, run, begin - line, tail)) {
             const size_t wanted = std::min(cert.width, cert.missing);
-            cert.lines.push_back(run.substr(cert.prefix > 0 ? run.size() - wanted : 0, wanted));
+            cert.prefix = cert.prefix > 0 ? run.size() - wanted : 0;
+            cert.lines.push_back(run.substr(cert.prefix, wanted));
             cert.missing -= wanted;
             cert.column = begin - line;
             cert.tail = tail;
