@@ -61,7 +61,8 @@ escape numeric_escape(std::string_view text) {
 // A tag of HTML; a colour of a terminal or a link, up to a bell.
 escape long_escape(std::string_view text) {
     size_t end = text.npos;
-    if (text[0] == '<' && text.size() > 1 && (std::isalpha(text[1]) != 0 || text[1] == '/')) {
+    const auto next = static_cast<unsigned char>(text.substr(0, 2).back());
+    if (text[0] == '<' && (std::isalpha(next) != 0 || next == '/')) {
         end = text.substr(0, 256).find_first_of("<>", 1);
     } else if (text.starts_with("\x1B[")) {
         end = text.find_first_not_of("0123456789;?", 2);
@@ -205,7 +206,7 @@ derived_text even_lines(std::string_view text) {
 
 void derived_text::append(std::string_view piece, size_t source) {
     if (source_of(text.size()) != source) {
-        moves.push_back({text.size(), source});
+        moves.push_back({static_cast<uint32_t>(text.size()), static_cast<uint32_t>(source)});
     }
     text += piece;
 }

@@ -1,6 +1,7 @@
 // Text as the Base64 that it may hold, however it was wrapped, escaped or annotated on its way.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -8,8 +9,8 @@
 // A text made of pieces of another one, its source.
 struct derived_text {
     struct move {
-        size_t at;
-        size_t source;
+        uint32_t at;
+        uint32_t source;
     };
     std::string text;
     std::vector<move> moves; // where pieces start that do not follow each other in the source

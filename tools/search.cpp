@@ -124,15 +124,20 @@ std::vector<found_item> without_overlaps(std::vector<found_item> found) {
     return kept;
 }
 
-bool is_printable(char byte, bool) {
-    return (byte >= ' ' && byte <= '~') || byte == '\n' || byte == '\r' || byte == '\t' ||
-           byte == '\0'; // as in UTF-16
+bool holds_text(std::string_view bytes) {
+    const auto is_printable = [](char byte, bool) {
+        return (byte >= ' ' && byte <= '~') || byte == '\n' || byte == '\r' || byte == '\t' ||
+               byte == '\0'; // as in UTF-16
+    };
+    return std::search_n(bytes.begin(), bytes.end(), min_size, true, is_printable) != bytes.end();
 }
 
-std::vector<found_item> find_in_text(std::string_view text, int depth);
+template <int depth>
+std::vector<found_item> find_in_text(std::string_view source);
 
 // A digit stands for six bits, so a byte may start in any of four digits.
-std::vector<found_item> find_in_part(std::string_view part, int depth) {
+template <int depth>
+std::vector<found_item> find_in_part(std::string_view part) {
     std::vector<found_item> found;
     const auto take = [&](const derived_text &digits, size_t phase, found_item &item) {
         item.begin = digits.source_of(phase + item.begin * 4 / 3);
@@ -145,10 +150,11 @@ std::vector<found_item> find_in_part(std::string_view part, int depth) {
             for (found_item &item : find_in_der(bytes)) {
                 take(digits, phase, item);
             }
-            if (depth < max_depth && std::search_n(bytes.begin(), bytes.end(), min_size, true,
-                                                   is_printable) != bytes.end()) {
-                for (found_item &item : find_in_text(bytes, depth + 1)) {
-                    take(digits, phase, item);
+            if constexpr (depth < max_depth) {
+                if (holds_text(bytes)) {
+                    for (found_item &item : find_in_text<depth + 1>(bytes)) {
+                        take(digits, phase, item);
+                    }
                 }
             }
         }
@@ -168,7 +174,8 @@ bool is_digit(char byte, bool) {
 
 // Nothing is joined across rows of dashes: what follows a marker line is not the rest of what
 // stands before it.
-std::vector<found_item> find_in_text(std::string_view source, int depth) {
+template <int depth>
+std::vector<found_item> find_in_text(std::string_view source) {
     const derived_text plain = without_escapes(source);
     const std::string_view text = plain.text;
     std::vector<found_item> found;
@@ -179,7 +186,7 @@ std::vector<found_item> find_in_text(std::string_view source, int depth) {
         const size_t end = std::min(text.find("----", at), text.size());
         next = std::min(text.find_first_not_of('-', end), text.size());
         const std::string_view part = text.substr(at, end - at);
-        std::vector<found_item> items = find_in_part(part, depth);
+        std::vector<found_item> items = find_in_part<depth>(part);
         for (found_item &item : items) {
             item.begin = plain.source_of(at + item.begin);
             item.end = plain.source_of(at + item.end);
@@ -205,7 +212,7 @@ std::vector<found_item> find_in_text(std::string_view source, int depth) {
 
 std::vector<found_item> find_certificates(std::string_view text) {
     std::vector<found_item> found = without_overlaps(find_in_der(text));
-    std::vector<found_item> in_text = find_in_text(text, 0);
+    std::vector<found_item> in_text = find_in_text<0>(text);
     std::move(in_text.begin(), in_text.end(), std::back_inserter(found));
     std::stable_sort(found.begin(), found.end(), starts_before);
     return found;
