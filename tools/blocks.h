@@ -5,21 +5,21 @@
 #include "owned.h"
 
 #include <tesra_common.h>
+#include <vector>
 
 using record_ptr = tesra_owned<tesra_cert_data, tesra_free_cert_data>;
 
 struct block {
-    size_t start = 0; // where libcrypto started to read
     size_t begin = 0; // of its BEGIN line
     size_t end = 0;   // after the last line that libcrypto read of it
     size_t first_line = 0;
     size_t last_line = 0;
     std::string kind = {};
-    std::string content = {};    // if libcrypto can read it
-    bool is_pem = false;         // it can
+    std::string content = {};    // empty, if libcrypto cannot read it
+    body lines = {};             // between its first and its last
     bool is_certificate = false; // that the library counts
-    bool is_read = true;         // the library stops at what it cannot read
-    bool is_reached = true;      // it has not stopped before
+    bool is_read = false;        // the library stops at what it cannot read
+    bool is_reached = false;     // it has not stopped before
     int position = -1;           // of a certificate that it reaches
     record_ptr record = {};      // if the library makes one
     fault problem = {};
@@ -35,7 +35,7 @@ struct block_list {
 block_list read_blocks(std::string_view text);
 
 uint32_t count_certificates(std::string_view chain);
-record_ptr record_of(std::string_view chain, int index);
 
-// How long the DER is that the bytes start with, which may be more than there are.
+// How long DER says that it is, which may be more than there is. Indefinite lengths say nothing;
+// then it is all.
 size_t der_size(std::string_view bytes);

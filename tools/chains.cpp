@@ -37,33 +37,36 @@ constexpr struct {
     {"subject_common_name", &tesra_cert_data::subject_common_name},
 };
 
-// The last of its six attributes that is there.
+// The last of its attributes that is there.
 std::string subject_of(const tesra_cert_data &record) {
-    for (size_t last = std::size(fields); last > std::size(fields) - 6; --last) {
-        if (*(record.*fields[last - 1].text) != '\0') {
-            return record.*fields[last - 1].text;
+    std::string subject = "no name";
+    for (const auto &field : fields) {
+        if (std::string_view(field.name).starts_with("subject") && *(record.*field.text) != '\0') {
+            subject = record.*field.text;
         }
     }
-    return "no name";
+    return subject;
 }
 
-json json_of(const tesra_cert_data &record) {
-    json object;
+} // namespace
+
+// nlohmann::json finds these by their names.
+
+static void to_json(json &object, const tesra_cert_data &record) {
     for (const auto &field : fields) {
         object[field.name] = record.*field.text;
     }
-    return object;
 }
 
-json json_of(const fault &problem) {
-    return {{"code", problem.kind.code}, {"line", problem.line}, {"text", problem.sentence()}};
+static void to_json(json &object, const fault &problem) {
+    object = {{"code", problem.kind.code}, {"line", problem.line}, {"text", problem.sentence()}};
 }
 
-json json_of(const block &seen) {
-    json object = {{"first_line", seen.first_line},
-                   {"last_line", seen.last_line},
-                   {"kind", seen.kind},
-                   {"reached", seen.is_reached}};
+static void to_json(json &object, const block &seen) {
+    object = {{"first_line", seen.first_line},
+              {"last_line", seen.last_line},
+              {"kind", seen.kind},
+              {"reached", seen.is_reached}};
     if (seen.position >= 0) {
         object["position"] = seen.position;
     }
@@ -72,29 +75,11 @@ json json_of(const block &seen) {
         object["not_after"] = seen.record->not_after;
     }
     if (seen.problem.exists()) {
-        object["fault"] = json_of(seen.problem);
+        object["fault"] = seen.problem;
     }
-    return object;
 }
 
-json json_of(const input &chain, const verdict &found) {
-    json object = {{"file", chain.path},
-                   {"count", found.count},
-                   {"verdict", found.text},
-                   {"recovered", found.recoverable.certificates.size()}};
-    if (found.count == 0) {
-        object["fault"] = json_of(found.cause);
-    }
-    object["blocks"] = json::array();
-    for (const block &seen : found.list.blocks) {
-        object["blocks"].push_back(json_of(seen));
-    }
-    object["stray_lines"] = json::array();
-    for (const fault &stray : found.list.strays) {
-        object["stray_lines"].push_back(json_of(stray));
-    }
-    return object;
-}
+namespace {
 
 // Hands over each file, with the list that --json prints; a refused file is in it with its error.
 // The list is ASCII, since JSON's own escapes then cover control characters.
@@ -113,11 +98,8 @@ int for_each_chain(const command_line &given,
 }
 
 std::string text_of(const block &seen) {
-    std::string text = std::to_string(seen.first_line);
-    if (seen.last_line > seen.first_line) {
-        text += '-' + std::to_string(seen.last_line);
-    }
-    text += ": " + excerpt(seen.kind);
+    std::string text = std::to_string(seen.first_line) + '-' + std::to_string(seen.last_line) +
+                       ": " + excerpt(seen.kind);
     if (seen.position >= 0) {
         text += ", position " + std::to_string(seen.position);
     } else if (!seen.is_reached) {
@@ -126,10 +108,7 @@ std::string text_of(const block &seen) {
     if (seen.record != nullptr) {
         text += ": " + excerpt(subject_of(*seen.record)) + ", until " + seen.record->not_after;
     }
-    if (seen.problem.exists() && seen.problem.line != seen.first_line) {
-        text += ": line " + std::to_string(seen.problem.line);
-    }
-    return text + (seen.problem.exists() ? ": " + seen.problem.sentence() : "");
+    return seen.problem.exists() ? text + ": " + seen.problem.text() : text;
 }
 
 // Blocks and stray lines in the order of the file.
@@ -155,36 +134,25 @@ void print(const tesra_cert_data &record, int position) {
     }
 }
 
-// The positions that show was asked for: the first and the one after the last.
-std::pair<int, int> wanted(const input &chain, const verdict &found, std::optional<int> index) {
-    int end = 0;
+// The certificates that show was asked for; -1 is the last one.
+std::vector<const block *> wanted(const input &chain, const verdict &found,
+                                  std::optional<int> index) {
+    const int last = static_cast<int>(found.count) - 1;
+    if (index == -1) {
+        index = last;
+    }
+    std::vector<const block *> certificates;
     for (const block &seen : found.list.blocks) {
-        end = std::max(end, seen.position + 1);
+        if (seen.position >= 0 && (index ? seen.position == *index : last >= 0)) {
+            certificates.push_back(&seen);
+        }
     }
-    const bool is_one = index && *index >= 0 && *index < end;
-    if (found.count == 0 && !is_one) {
-        throw refusal(chain.name + ": " + found.text);
+    if (certificates.empty()) {
+        throw refusal(chain.name + ": " +
+                      (last < 0 ? found.text
+                                : "the last certificate is at position " + std::to_string(last)));
     }
-    if (!index) {
-        return {0, end};
-    }
-    if (*index >= end) {
-        throw refusal(chain.name + ": the last certificate is at position " +
-                      std::to_string(end - 1));
-    }
-    return *index < 0 ? std::pair(end - 1, end) : std::pair(*index, *index + 1);
-}
-
-void write_pem(const std::string &der) {
-    const tesra_owned<BIO, BIO_free_all> pem(BIO_new(BIO_s_mem()));
-    const auto *const bytes = reinterpret_cast<const unsigned char *>(der.data());
-    char *text = nullptr;
-    if (pem == nullptr ||
-        PEM_write_bio(pem.get(), PEM_STRING_X509, "", bytes, static_cast<long>(der.size())) == 0) {
-        throw std::bad_alloc();
-    }
-    const long length = BIO_get_mem_data(pem.get(), &text);
-    std::cout.write(text, length);
+    return certificates;
 }
 
 } // namespace
@@ -193,7 +161,7 @@ int count(const command_line &given) {
     return for_each_file(given, [&](const input &chain) {
         const uint32_t certificates = count_certificates(chain.bytes);
         if (certificates == 0) {
-            throw refusal(chain.name + ": " + judge_chain(chain).text);
+            throw refusal(chain.name + ": " + judge_chain(chain.bytes).text);
         }
         if (given.words.size() > 1) {
             std::cout << chain.name << ':';
@@ -207,24 +175,20 @@ int count(const command_line &given) {
 int show(const command_line &given) {
     const char *gap = "";
     return for_each_chain(given, [&](const input &chain, json &list) {
-        const verdict found = judge_chain(chain);
-        const auto [first, end] = wanted(chain, found, given.index);
+        const verdict found = judge_chain(chain.bytes);
         json object = {{"file", chain.path}, {"certificates", json::array()}};
         std::string head = given.words.size() > 1 ? chain.name + ":\n" : "";
         bool is_good = true;
-        for (const block &seen : found.list.blocks) {
-            if (seen.position < first || seen.position >= end) {
-                continue;
-            }
-            if (seen.record == nullptr) {
-                object["error"] = chain.name + ':' + text_of(seen);
+        for (const block *const seen : wanted(chain, found, given.index)) {
+            if (seen->record == nullptr) {
+                object["error"] = chain.name + ':' + text_of(*seen);
                 complain(object["error"]);
                 is_good = false;
             } else if (given.json) {
-                object["certificates"].push_back(json_of(*seen.record));
+                object["certificates"].push_back(*seen->record);
             } else {
                 std::cout << std::exchange(gap, "\n") << std::exchange(head, "");
-                print(*seen.record, seen.position);
+                print(*seen->record, seen->position);
             }
         }
         list.push_back(object);
@@ -234,9 +198,18 @@ int show(const command_line &given) {
 
 int check(const command_line &given) {
     return for_each_chain(given, [&](const input &chain, json &list) {
-        const verdict found = judge_chain(chain);
+        const verdict found = judge_chain(chain.bytes);
         if (given.json) {
-            list.push_back(json_of(chain, found));
+            json object = {{"file", chain.path},
+                           {"count", found.count},
+                           {"verdict", found.text},
+                           {"recovered", found.recoverable.certificates.size()}};
+            if (found.count == 0) {
+                object["fault"] = found.cause;
+            }
+            object["blocks"] = found.list.blocks;
+            object["stray_lines"] = found.list.strays;
+            list.push_back(object);
         } else {
             print(chain.name, found.list);
             std::cout << chain.name << ": " << found.text << '\n';
@@ -247,10 +220,13 @@ int check(const command_line &given) {
 
 int recover(const command_line &given) {
     return for_each_file(given, [&](const input &file) {
-        const salvage found =
-            salvage_certificates(file.bytes, read_blocks(file.bytes).blocks, true);
+        const salvage found = salvage_certificates(file.bytes, read_blocks(file.bytes).blocks);
         for (const salvaged &each : found.certificates) {
-            write_pem(each.der);
+            const auto *const der = reinterpret_cast<const unsigned char *>(each.der.data());
+            const auto size = static_cast<long>(each.der.size());
+            if (PEM_write(stdout, PEM_STRING_X509, "", der, size) == 0) {
+                throw refusal("standard output: cannot be written");
+            }
         }
         for (const fault &loss : found.losses) {
             complain(file.name + ':' + std::to_string(loss.line) + ": " + loss.sentence());

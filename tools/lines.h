@@ -1,34 +1,29 @@
-// The lines of PEM: those which look like a BEGIN or an END line, and the first wrong line of a
-// block that cannot be read.
+// The lines of PEM: BEGIN and END lines and their like, and those between.
 #pragma once
 
 #include "faults.h"
 
+#include <optional>
 #include <string_view>
-#include <vector>
 
-// Counts lines up to places that are asked for in the order of the text.
-struct line_counter {
-    std::string_view text;
-    size_t at = 0;
-    size_t line = 1;
+// Without what libcrypto skips at the end of a line: blanks, control characters and, where the
+// machine's char is signed, bytes beyond ASCII.
+std::string_view trimmed(std::string_view line);
 
-    size_t line_of(size_t place);
-};
-
-struct marker_line {
-    size_t begin;
-    size_t end; // after its line break
+struct marker {
     bool is_begin;
-    bool is_good; // just as it should be
-    bool has_bom; // and a byte order mark before it, which libcrypto skips where it starts to read
-    std::string kind; // that it names, if it is good
+    std::string kind; // that it names; empty, if the line is not just as it should be
     fault problem;    // why no block uses it
 };
 
-// Those that look like one in any case, with any number of dashes, with anything around them.
-std::vector<marker_line> find_marker_lines(std::string_view text);
+// Of a line that looks like one in any case, with any number of dashes, with anything around them.
+std::optional<marker> read_marker(std::string_view line, size_t number);
 
-// Why a block, whose first line has that number, cannot be read, up to a line in it that looks like
-// a marker.
-fault first_wrong_line(std::string_view block, size_t number);
+// The lines of a block that have been read, between its BEGIN and its END line.
+struct body {
+    size_t size = 0;    // without headers and line breaks; a blank line counts as one byte
+    size_t padding = 0; // the line where it starts
+};
+
+// What is wrong with the next line.
+fault read_body_line(std::string_view line, size_t number, body &before);

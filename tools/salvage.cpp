@@ -3,76 +3,61 @@
 #include "search.h"
 
 #include <algorithm>
-#include <cctype>
 
 namespace {
-
-// Whether a certificate's block holds more than the certificate: more bytes, or more Base64.
-bool holds_more(const block &seen, std::string_view text, size_t size) {
-    const std::string_view lines = text.substr(seen.begin, seen.end - seen.begin);
-    const size_t first = std::min(lines.find('\n'), lines.size());
-    const size_t last = std::min(lines.rfind("-----END"), lines.size());
-    if (size != seen.content.size() || last < first) {
-        return true;
-    }
-    const std::string_view body = lines.substr(first, last - first);
-    const auto digits = std::count_if(body.begin(), body.end(), [](unsigned char byte) {
-        return std::isalnum(byte) != 0 || byte == '+' || byte == '/';
-    });
-    return static_cast<size_t>(digits) != (size * 8 + 5) / 6;
-}
 
 fault explain_loss(const found_item &item, size_t line, const std::vector<block> &blocks) {
     if (item.what == found_item::pkcs12) {
         return {faults::pkcs12, line};
     }
-    const auto next =
-        std::upper_bound(blocks.begin(), blocks.end(), item.begin,
-                         [](size_t place, const block &each) { return place < each.begin; });
-    if (next == blocks.begin() || std::prev(next)->is_read || item.begin >= std::prev(next)->end) {
+    const auto around = std::ranges::upper_bound(blocks, item.begin, {}, &block::end);
+    if (around == blocks.end() || around->is_read || item.begin < around->begin) {
         return {faults::damaged, line};
     }
-    return std::prev(next)->problem;
+    return around->problem;
 }
 
-// Searches a piece of the text. The first certificate in it may be known already.
-void search_piece(line_counter &lines, size_t begin, size_t end, std::string_view known,
-                  const std::vector<block> &blocks, salvage &result) {
-    for (found_item &item : find_certificates(lines.text.substr(begin, end - begin))) {
-        item.begin += begin;
-        const size_t line = lines.line_of(item.begin);
+void skip_to(size_t place, salvage &found) {
+    const std::string_view passed = found.text.substr(found.at, place - found.at);
+    found.line += static_cast<size_t>(std::ranges::count(passed, '\n'));
+    found.at = place;
+}
+
+// Searches the text up to a place. The first certificate there may be known already.
+void search_to(size_t end, std::string known, const std::vector<block> &blocks, salvage &found) {
+    const size_t start = found.at;
+    for (found_item &item : find_certificates(found.text.substr(start, end - start))) {
+        item.begin += start;
+        skip_to(item.begin, found);
         if (item.what != found_item::certificate) {
-            result.losses.push_back(explain_loss(item, line, blocks));
-        } else if (!known.empty() && item.der == known) {
-            known = {};
+            found.losses.push_back(explain_loss(item, found.line, blocks));
+        } else if (item.der == known) {
+            known.clear();
         } else {
-            result.certificates.push_back({line, false, std::move(item.der)});
+            found.certificates.push_back({found.line, false, std::move(item.der)});
         }
     }
+    skip_to(end, found);
 }
 
 } // namespace
 
-// What the library does not read is searched: all that lies between two certificates that it reads.
-salvage salvage_certificates(std::string_view text, const std::vector<block> &blocks,
-                             bool is_chain) {
-    salvage result;
-    line_counter lines = {text};
-    size_t searched = 0;
+// What the library does not read is searched: all that lies between two certificates that it reads,
+// and a block that holds more than its certificate.
+salvage salvage_certificates(std::string_view text, const std::vector<block> &blocks) {
+    salvage found = {text};
     for (const block &seen : blocks) {
         if (!seen.is_certificate) {
             continue;
         }
-        search_piece(lines, searched, seen.begin, "", blocks, result);
-        const size_t known = der_size(seen.content);
-        const size_t size = known > 0 ? known : seen.content.size();
-        const std::string der = seen.content.substr(0, size);
-        result.certificates.push_back({seen.first_line, is_chain && seen.is_reached, der});
-        if (holds_more(seen, text, size)) {
-            search_piece(lines, seen.begin, seen.end, der, blocks, result);
+        search_to(seen.begin, "", blocks, found);
+        const std::string der = seen.content.substr(0, der_size(seen.content));
+        found.certificates.push_back({seen.first_line, seen.is_reached, der});
+        if (seen.lines.size != (der.size() + 2) / 3 * 4) {
+            search_to(seen.end, der, blocks, found);
         }
-        searched = seen.end;
+        skip_to(seen.end, found);
     }
-    search_piece(lines, searched, text.size(), "", blocks, result);
-    return result;
+    search_to(text.size(), "", blocks, found);
+    return found;
 }

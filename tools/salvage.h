@@ -5,15 +5,16 @@
 
 struct salvaged {
     size_t line;
-    bool is_counted; // by the library
+    bool is_reached; // by the library
     std::string der;
 };
 
 struct salvage {
-    std::vector<salvaged> certificates; // in the order of the text
-    std::vector<fault> losses;          // what starts like a certificate and cannot be read
+    std::string_view text;
+    size_t at = 0; // what stands before it has been searched
+    size_t line = 1;
+    std::vector<salvaged> certificates = {}; // in the order of the text
+    std::vector<fault> losses = {};          // what starts like a certificate and cannot be read
 };
 
-// `is_chain` says that the library counts the text's certificates.
-salvage salvage_certificates(std::string_view text, const std::vector<block> &blocks,
-                             bool is_chain);
+salvage salvage_certificates(std::string_view text, const std::vector<block> &blocks);

@@ -1,7 +1,6 @@
 // Whether the library takes a text for a chain and, if not, why.
 #pragma once
 
-#include "input.h"
 #include "salvage.h"
 
 struct verdict {
@@ -12,4 +11,4 @@ struct verdict {
     std::string text = {}; // in one line, without the file's name
 };
 
-verdict judge_chain(const input &chain);
+verdict judge_chain(std::string_view chain);

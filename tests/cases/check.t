@@ -25,13 +25,13 @@
     refused: line 15: truncated: no END line; tesra recover finds 1 certificate, at line 1
     refused: line 45: PRIVATE KEY after the last certificate; the library expects another one there; tesra recover finds 3 certificates, at lines 1, 14, 30
     refused: line 45: 1 byte ("\u{A}") after the last certificate; the library expects another one there; tesra recover finds 3 certificates, at lines 1, 14, 30
-    refused: contains no certificate, only PRIVATE KEY
+    refused: line 1: contains no certificate, only PRIVATE KEY
     refused: line 1: skipped, with the certificates in it; tesra recover finds 1 certificate, at line 1
     refused: empty; a chain has at least one certificate
     refused: contains no PEM block
     $ sed 29d S | verdict; sed '14s/^/\x00/' S | verdict; cat S <(sed '1,15d; 29,$d' S) | verdict; cat many S | verdict
-    2 certificates, ends cleanly; tesra recover finds 1 more, at line 29
-    2 certificates, ends cleanly; tesra recover finds 1 more, at line 14
+    2 certificates, ends cleanly; tesra recover finds 1 more certificate, at line 29
+    2 certificates, ends cleanly; tesra recover finds 1 more certificate, at line 14
     refused: line 45: 809 bytes ("DAYDVQQIDAVUaXJvbDESMBAGA1UEBwwJSW5uc2JydWNrMRYwFAYDVQQKDA1FeGFt... and 745 bytes") after the last certificate; the library expects another one there; tesra recover finds 3 certificates, at lines 1, 14, 30
     3 certificates, ends cleanly
     $ sed 's/^-----BEGIN /&PGP /' S | verdict; verdict "$TESTDIR/../records/bad-times.pem"
@@ -51,7 +51,7 @@
     [1]
     $ sed '14s/CERT/\xFF/; 29s/CERT/\xFF/; 40s/$/!/' S | tesra check
     standard input:1-13: CERTIFICATE, position 0: probe.example, until Nov 21 21:35:45 2028 GMT
-    standard input:14-29: \xFFIFICATE: skipped, with the certificates in it
+    standard input:14-29: \xFFIFICATE: line 14: skipped, with the certificates in it
     standard input:30-44: CERTIFICATE: line 40: "!" is not a Base64 character
     standard input: refused: line 40: "!" is not a Base64 character; tesra recover finds 3 certificates, at lines 1, 14, 30
     [1]
@@ -74,8 +74,8 @@
     Certificate 1
       not_before          Nov 22 21:35:45 2026 GMT
     tesra: S: the last certificate is at position 2
-    tesra: bad-times.pem:1-10: CERTIFICATE, position 0: the library makes no record of it: Failed to convert ASN.1 time to string, Failed to convert not_before time
-    tesra: bad-times.pem:11-20: CERTIFICATE, position 1: the library makes no record of it: Failed to convert ASN.1 time to string, Failed to convert not_after time
+    tesra: bad-times.pem:1-10: CERTIFICATE, position 0: line 1: the library makes no record of it: Failed to convert ASN.1 time to string, Failed to convert not_before time
+    tesra: bad-times.pem:11-20: CERTIFICATE, position 1: line 11: the library makes no record of it: Failed to convert ASN.1 time to string, Failed to convert not_after time
     4
     tesra: standard input: refused: line 43: truncated: no END line; tesra recover finds 3 certificates, at lines 1, 14, 30
     0
@@ -95,4 +95,4 @@
             "serial_number": "65235216693534277805033851989",
             "serial_number": "2254732815126900529",
             "serial_number": "1",
-        "error": "bad-times.pem:11-20: CERTIFICATE, position 1: the library makes no record of it: Failed to convert ASN.1 time to string, Failed to convert not_after time"
+        "error": "bad-times.pem:11-20: CERTIFICATE, position 1: line 11: the library makes no record of it: Failed to convert ASN.1 time to string, Failed to convert not_after time"
