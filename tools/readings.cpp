@@ -18,15 +18,16 @@ struct escape {
     char meaning = 0;
 };
 
-// Of C and JSON, RTF, PowerShell, less(1) and HTML.
+// Of C and JSON, RTF, PowerShell, less(1) and HTML. ^M alone could be followed by the rest of MII.
 constexpr struct {
     std::string_view text;
     char meaning;
 } fixed_escapes[] = {
-    {"\\n", '\n'},    {"\\r", '\n'},  {"\\t", ' '},      {"\\e", '\x1B'},     {"\\par", '\n'},
-    {"\\line", '\n'}, {"`n", '\n'},   {"`r", '\n'},      {"^J", '\n'},        {"^M", '\n'},
-    {"^[", '\x1B'},   {"&lt;", '<'},  {"&gt;", '>'},     {"&amp;", '&'},      {"&quot;", '"'},
-    {"&plus;", '+'},  {"&sol;", '/'}, {"&equals;", '='}, {"&NewLine;", '\n'},
+    {"\\n", '\n'},       {"\\r", '\n'},   {"\\t", ' '},    {"\\e", '\x1B'}, {"\\par", '\n'},
+    {"\\line", '\n'},    {"`n", '\n'},    {"`r", '\n'},    {"^J", '\n'},    {"^M\n", '\n'},
+    {"^M^J", '\n'},      {"^M$", '\n'},   {"^[", '\x1B'},  {"&lt;", '<'},   {"&gt;", '>'},
+    {"&amp;", '&'},      {"&quot;", '"'}, {"&plus;", '+'}, {"&sol;", '/'},  {"&equals;", '='},
+    {"&NewLine;", '\n'},
 };
 
 // Of C and JSON, URLs, mail, HTML and syslog. Those of HTML have up to so many digits.
