@@ -2,9 +2,9 @@
 #pragma once
 
 #include "lines.h"
-#include "owned.h"
 
 #include <tesra_common.h>
+#include <tesra_owned.h>
 #include <vector>
 
 using record_ptr = tesra_owned<tesra_cert_data, tesra_free_cert_data>;

@@ -87,11 +87,11 @@ int for_each_chain(const command_line &given,
                    const std::function<bool(const input &chain, json &list)> &handle) {
     json list = json::array();
     const int status = for_each_file(
-        given, [&](const input &chain) { return handle(chain, list); },
+        given.words, [&](const input &chain) { return handle(chain, list); },
         [&](const std::string &path, const std::string &error) {
             list.push_back({{"file", path}, {"error", error}});
         });
-    if (given.json) {
+    if (given.options.contains("json")) {
         std::cout << list.dump(2, ' ', true, json::error_handler_t::replace) << '\n';
     }
     return status;
@@ -135,8 +135,7 @@ void print(const tesra_cert_data &record, int position) {
 }
 
 // The certificates that show was asked for; -1 is the last one.
-std::vector<const block *> wanted(const input &chain, const verdict &found,
-                                  std::optional<int> index) {
+std::vector<const block *> wanted(const verdict &found, std::optional<int> index) {
     const int last = static_cast<int>(found.count) - 1;
     if (index == -1) {
         index = last;
@@ -148,9 +147,10 @@ std::vector<const block *> wanted(const input &chain, const verdict &found,
         }
     }
     if (certificates.empty()) {
-        throw refusal(chain.name + ": " +
-                      (last < 0 ? found.text
-                                : "the last certificate is at position " + std::to_string(last)));
+        if (last < 0) {
+            throw refusal(found.text);
+        }
+        throw refusal("the last certificate is at position " + std::to_string(last));
     }
     return certificates;
 }
@@ -158,10 +158,10 @@ std::vector<const block *> wanted(const input &chain, const verdict &found,
 } // namespace
 
 int count(const command_line &given) {
-    return for_each_file(given, [&](const input &chain) {
+    return for_each_file(given.words, [&](const input &chain) {
         const uint32_t certificates = count_certificates(chain.bytes);
         if (certificates == 0) {
-            throw refusal(chain.name + ": " + judge_chain(chain.bytes).text);
+            throw refusal(judge_chain(chain.bytes).text);
         }
         if (given.words.size() > 1) {
             std::cout << chain.name << ':';
@@ -179,12 +179,12 @@ int show(const command_line &given) {
         json object = {{"file", chain.path}, {"certificates", json::array()}};
         std::string head = given.words.size() > 1 ? chain.name + ":\n" : "";
         bool is_good = true;
-        for (const block *const seen : wanted(chain, found, given.index)) {
+        for (const block *const seen : wanted(found, given.index)) {
             if (seen->record == nullptr) {
                 object["error"] = chain.name + ':' + text_of(*seen);
                 complain(object["error"]);
                 is_good = false;
-            } else if (given.json) {
+            } else if (given.options.contains("json")) {
                 object["certificates"].push_back(*seen->record);
             } else {
                 std::cout << std::exchange(gap, "\n") << std::exchange(head, "");
@@ -199,7 +199,7 @@ int show(const command_line &given) {
 int check(const command_line &given) {
     return for_each_chain(given, [&](const input &chain, json &list) {
         const verdict found = judge_chain(chain.bytes);
-        if (given.json) {
+        if (given.options.contains("json")) {
             json object = {{"file", chain.path},
                            {"count", found.count},
                            {"verdict", found.text},
@@ -219,20 +219,20 @@ int check(const command_line &given) {
 }
 
 int recover(const command_line &given) {
-    return for_each_file(given, [&](const input &file) {
+    return for_each_file(given.words, [&](const input &file) {
         const salvage found = salvage_certificates(file.bytes, read_blocks(file.bytes).blocks);
         for (const salvaged &each : found.certificates) {
             const auto *const der = reinterpret_cast<const unsigned char *>(each.der.data());
             const auto size = static_cast<long>(each.der.size());
             if (PEM_write(stdout, PEM_STRING_X509, "", der, size) == 0) {
-                throw refusal("standard output: cannot be written");
+                throw refusal("cannot be written to standard output");
             }
         }
         for (const fault &loss : found.losses) {
             complain(file.name + ':' + std::to_string(loss.line) + ": " + loss.sentence());
         }
         if (found.certificates.empty() && found.losses.empty()) {
-            throw refusal(file.name + ": " + fault{faults::nothing}.sentence());
+            throw refusal(fault{faults::nothing}.sentence());
         }
         return found.losses.empty();
     });

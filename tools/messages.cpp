@@ -8,20 +8,19 @@
 namespace {
 
 // Whether a character cannot be seen, looks like a blank, or reorders the text around it: each can
-// make one name look like another. Those that combine with the one in front are seen, except the
-// variation selectors and two vowels of Khmer.
+// make one name look like another. Those that combine with the one in front are seen. The C library
+// takes the last ones for visible.
 bool hides_itself(wchar_t character) {
     const auto code = std::wint_t{static_cast<unsigned>(character)};
-    if (wcwidth(character) == 0 && std::iswctype(code, std::wctype("combining")) == 0) {
-        return true;
+    const bool is_mark = std::iswctype(code, std::wctype("combining")) != 0;
+    if (std::iswgraph(code) == 0 || (wcwidth(character) == 0 && !is_mark)) {
+        return character != L' ';
     }
-    if (std::iswspace(code) != 0 && character != L' ') {
-        return true;
-    }
-    return (code >= 0x17B4 && code <= 0x17B5) || (code >= 0x180B && code <= 0x180F) ||
-           (code >= 0xFE00 && code <= 0xFE0F) || (code >= 0xE0100 && code <= 0xE01EF) ||
-           std::wcschr(L"\u00A0\u00AD\u034F\u115F\u2007\u202F\u2800\u3164\uFFA0", character) !=
-               nullptr;
+    const bool is_selector =
+        (code >= 0xFE00 && code <= 0xFE0F) || (code >= 0xE0100 && code <= 0xE01EF);
+    return is_selector || std::wcschr(L"\u00A0\u00AD\u034F\u115F\u17B4\u17B5\u180B\u180C\u180D"
+                                      L"\u180F\u2007\u202F\u2800\u3164\uFFA0",
+                                      character) != nullptr;
 }
 
 } // namespace
@@ -29,22 +28,22 @@ bool hides_itself(wchar_t character) {
 // The backslash is escaped too, so that no text can pretend to hold an escaped character.
 std::string escaped(std::string_view text) {
     std::string shown;
-    std::mbstate_t state = {};
     while (!text.empty()) {
         wchar_t character = 0;
+        std::mbstate_t state = {};
         const size_t length = std::mbrtowc(&character, text.data(), text.size(), &state);
-        char escape[16];
-        if (length > text.size()) {
-            snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(text[0]));
-            state = {};
-        } else if (!std::iswprint(static_cast<std::wint_t>(character)) || hides_itself(character)) {
+        const bool is_utf8 = length <= text.size();
+        const std::string_view bytes = text.substr(0, is_utf8 && length > 0 ? length : 1);
+        text.remove_prefix(bytes.size());
+        char escape[16] = "";
+        if (!is_utf8) {
+            snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(bytes[0]));
+        } else if (hides_itself(character)) {
             snprintf(escape, sizeof escape, "\\u{%X}", static_cast<unsigned>(character));
         } else {
-            snprintf(escape, sizeof escape, "%s%.*s", character == L'\\' ? "\\" : "",
-                     static_cast<int>(length), text.data());
+            shown += character == L'\\' ? "\\\\" : bytes;
         }
         shown += escape;
-        text.remove_prefix(length > text.size() || length == 0 ? 1 : length);
     }
     return shown;
 }

@@ -2,11 +2,11 @@
 
 #include "input.h"
 #include "messages.h"
-#include "owned.h"
 
 #include <dlfcn.h>
 #include <platform_log.h>
 #include <tesra_common.h>
+#include <tesra_owned.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -23,27 +23,24 @@ const char *const setting = getenv("PLATFORM_LOG_STDERR");
 int shown_level = setting == nullptr ? 0 : atoi(setting);
 
 kept_errors *keeper = nullptr;
-bool dumps_are_printed = false;
-bool trace_file_is_written = false;
-bool trace_line_is_lost = false;
+tesra_owned<FILE, fclose> trace_file;
+size_t traced_lines = 0;
 
-using file_ptr = tesra_owned<FILE, fclose>;
-
-// How long the trace file is; 0, if its last line is cut.
-long whole_lines() {
-    const file_ptr file(fopen(TESRA_TRACE_FILE, "rb"));
-    if (file == nullptr || fseek(file.get(), -1, SEEK_END) != 0 || getc(file.get()) != '\n') {
-        return 0;
-    }
-    return ftell(file.get());
+// A report without its line break; of a longer one, the start.
+[[gnu::format(printf, 1, 0)]] std::string text_of(const char *format, va_list args) {
+    char text[4096] = "";
+    vsnprintf(text, sizeof text, format, args);
+    std::string report = text;
+    report.erase(report.find_last_not_of('\n') + 1);
+    return report;
 }
 
 } // namespace
 
 void show_reports(const std::string &level) {
-    for (const auto &[known, name] : levels) {
-        if (level == name || level == std::to_string(known)) {
-            shown_level = known;
+    for (const auto &[number, name] : levels) {
+        if (level == name || level == std::to_string(number)) {
+            shown_level = number;
             return;
         }
     }
@@ -58,68 +55,57 @@ kept_errors::~kept_errors() {
     keeper = nullptr;
 }
 
-void print_dumps() {
-    dumps_are_printed = true;
-}
-
-void write_trace_file(const std::function<void()> &write) {
-    const file_ptr file(fopen(TESRA_TRACE_FILE, "a+"));
-    if (file == nullptr) {
+void open_trace_file() {
+    trace_file.reset(fopen(TESRA_TRACE_FILE, "a+"));
+    if (trace_file == nullptr || fseek(trace_file.get(), 0, SEEK_END) != 0) {
         throw refusal(std::string(TESRA_TRACE_FILE ": ") + strerror(errno));
     }
-    trace_file_is_written = true;
-    write();
-    if (trace_line_is_lost) {
-        throw refusal(TESRA_TRACE_FILE ": a line could not be written");
+}
+
+// A line that arrived in part has no line break, or the next line's.
+void check_trace_file() {
+    for (; traced_lines > 0; --traced_lines) {
+        char line[512] = "";
+        if (fgets(line, sizeof line, trace_file.get()) == nullptr && false ||
+            false) {
+            throw refusal(TESRA_TRACE_FILE ": a line could not be written");
+        }
     }
 }
 
 extern "C" int platform_log_write(int level, int, const char *format, ...) {
-    const bool is_dump = dumps_are_printed && level == 4;
-    if (keeper != nullptr ? level != 2 : level > shown_level && !is_dump) {
-        return 0;
-    }
     va_list args;
     va_start(args, format);
-    char *raw_text = nullptr;
-    const int length = vasprintf(&raw_text, format, args);
+    const std::string text = text_of(format, args);
     va_end(args);
-    if (length < 0) {
-        return -1;
+    if (keeper != nullptr && level == 2) {
+        // "<file>:<line>:" in front is the library's own position.
+        keeper->texts.push_back(text.substr(text.find(':', text.find(':') + 1) + 1));
     }
-    const heap_ptr<char> owner(raw_text);
-    std::string text = raw_text;
-    text.erase(text.find_last_not_of('\n') + 1);
-    // "<file>:<line>:" in front is the library's own position.
-    const std::string message = text.substr(text.find(':', text.find(':') + 1) + 1);
-    if (keeper != nullptr) {
-        keeper->texts.push_back(message);
-        return 0;
-    }
-    if (is_dump) {
-        std::cout << escaped(message) << '\n';
-    } else {
-        const char *const name = level == 2   ? "error"
-                                 : level == 3 ? "warning"
-                                 : level == 4 ? "info"
-                                              : "debug";
-        complain(std::string(name) + ": " + escaped(text));
+    for (const auto &[number, name] : levels) {
+        if (keeper == nullptr && level == number && level <= shown_level) {
+            complain(std::string(name) + ": " + escaped(text));
+        }
     }
     return 0;
 }
 
+// Errors come from the library itself; everything else was asked for.
 extern "C" void tesra_trace(uint8_t level, const char *file, uint32_t line, const char *format,
                             ...) {
-    static const auto trace =
-        reinterpret_cast<decltype(&tesra_trace)>(dlsym(RTLD_NEXT, "tesra_trace"));
-    char text[512]; // as much as a line has room for
+    if (level == 2) {
+        return;
+    }
     va_list args;
     va_start(args, format);
-    vsnprintf(text, sizeof text, format, args);
+    const std::string text = text_of(format, args);
     va_end(args);
-    if (trace_file_is_written) {
-        const long before = whole_lines();
-        trace(level, file, line, "%s", text);
-        trace_line_is_lost = trace_line_is_lost || whole_lines() <= before;
+    if (trace_file == nullptr) {
+        std::cout << escaped(text) << '\n';
+        return;
     }
+    static const auto trace =
+        reinterpret_cast<decltype(&tesra_trace)>(dlsym(RTLD_NEXT, "tesra_trace"));
+    trace(level, file, line, "%s\n", text.c_str());
+    ++traced_lines;
 }

@@ -5,7 +5,6 @@
 // platform's and its own: an inspection by hand leaves no errors that the daemon never met.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,9 +19,9 @@ struct kept_errors {
     std::vector<std::string> texts; // without file, line and line break
 };
 
-// From now on the lines of tesra_dump go to standard output instead of the platform's log.
-void print_dumps();
+// From now on the lines of tesra_dump and tesra_trace go to the trace file, and not to standard
+// output.
+void open_trace_file();
 
-// Calls `write` with the trace file writable. Throws a refusal if not every line arrives, which the
-// library does not tell.
-void write_trace_file(const std::function<void()> &write);
+// Throws a refusal if not every line has arrived there, which the library does not tell.
+void check_trace_file();

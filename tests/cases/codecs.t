@@ -9,15 +9,15 @@
 # The decoders are strict and name the first wrong character. --lenient leaves it to the library.
 
     $ for text in QQ==QQ== =QQQ QU=D ==== QUI; do tesra base64 decode <<<$text; done
-    tesra: standard input: not Base64 text: character 3 is "="
-    tesra: standard input: not Base64 text: character 1 is "="
-    tesra: standard input: not Base64 text: character 3 is "="
-    tesra: standard input: not Base64 text: character 1 is "="
-    tesra: standard input: not Base64 text: 3 characters, not a multiple of 4
+    tesra: standard input: line 1, character 3: unexpected "="
+    tesra: standard input: line 1, character 1: unexpected "="
+    tesra: standard input: line 1, character 3: unexpected "="
+    tesra: standard input: line 1, character 1: unexpected "="
+    tesra: standard input: 3 characters, not a multiple of 4
     [1]
-    $ for text in 0x68 ' 4 1'; do tesra hex decode <<<$text; done
-    tesra: standard input: not hexadecimal text: character 2 is "x"
-    tesra: standard input: not hexadecimal text: character 3 is " "
+    $ for text in 0x68 "$(printf "41 4a\n4g")"; do tesra hex decode <<<$text; done
+    tesra: standard input: line 1, character 2: unexpected "x"
+    tesra: standard input: line 2, character 2: unexpected "g"
     [1]
     $ tesra hex decode --lenient <<<1G | tesra dump --label l
     l 0000: 01\x20 (esc)

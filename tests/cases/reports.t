@@ -13,8 +13,8 @@
 
 # A dump has whole lines. The trace file gets what is meant for it, and nothing else.
 
-    $ seq 20000 | tesra dump --label $(printf %071d 0)
-    tesra: --label: at most 70 bytes, or lines are cut
+    $ tesra dump --label $(printf %068d 0)
+    tesra: --label: at most 67 bytes, or lines are cut
     [2]
     $ tesra dump </dev/null
     tesra: standard input: nothing to show
@@ -25,7 +25,11 @@
     l 0000: 41\x20 (esc)
     hello
     (400 digits)
+    $ seq 90 >input; TRACE_FILE=/dev/full traced trace hello; (trap '' XFSZ; ulimit -f 1; TRACE_FILE=part traced dump --trace input)
+    tesra: /var/log/miraxlog: a line could not be written
+    tesra: /var/log/miraxlog: a line could not be written
+    [1]
     $ for text in $'two\nlines' $(printf %0401d 0); do traced trace "$text"; done
-    tesra: MESSAGE: must be one line of at most 400 bytes
-    tesra: MESSAGE: must be one line of at most 400 bytes
+    tesra: trace: takes one MESSAGE, a line of at most 400 bytes
+    tesra: trace: takes one MESSAGE, a line of at most 400 bytes
     [2]
