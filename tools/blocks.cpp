@@ -19,6 +19,8 @@ struct reader {
     size_t line = 1;
     bool is_inside = false; // after a BEGIN line that libcrypto takes
     std::string open = {};  // the kind of a block whose END line has not come
+    bool is_reached = true; // by the library
+    int certificates = 0;   // that it reaches
     block_list found = {};
 };
 
@@ -103,6 +105,18 @@ void read_line(std::string_view line, reader &from, block &seen) {
     }
 }
 
+void read_lines(reader &from, block &seen) {
+    from.is_inside = false;
+    while (from.at < seen.end) {
+        const size_t size = std::min(from.text.find('\n', from.at), seen.end - 1) + 1 - from.at;
+        const std::string_view line = from.text.substr(from.at, size);
+        read_line(line, from, seen);
+        seen.last_line = from.line;
+        from.at += size;
+        from.line += line.ends_with('\n') ? 1U : 0U;
+    }
+}
+
 // Why a block cannot be read where no line of it is wrong.
 fault explain_unread(const reader &from, const block &seen, std::string_view text) {
     const char *const reason = ERR_reason_error_string(ERR_peek_error()); // the first is the cause
@@ -129,15 +143,7 @@ void read_step(reader &from) {
     if (!seen.content.empty()) {
         ask_library(seen, text);
     }
-    from.is_inside = false;
-    while (from.at < seen.end) {
-        const size_t size = std::min(from.text.find('\n', from.at), seen.end - 1) + 1 - from.at;
-        const std::string_view line = from.text.substr(from.at, size);
-        read_line(line, from, seen);
-        seen.last_line = from.line;
-        from.at += size;
-        from.line += line.ends_with('\n') ? 1U : 0U;
-    }
+    read_lines(from, seen);
     if (!from.is_inside && seen.content.empty()) {
         return;
     }
@@ -148,6 +154,11 @@ void read_step(reader &from) {
     } else if (seen.problem.line == 0) {
         seen.problem.line = seen.first_line; // which the library does not know
     }
+    seen.is_reached = from.is_reached;
+    if (seen.is_reached && seen.is_certificate) {
+        seen.position = from.certificates++;
+    }
+    from.is_reached = seen.is_reached && seen.is_read;
     from.found.blocks.push_back(std::move(seen));
 }
 
@@ -157,15 +168,6 @@ block_list read_blocks(std::string_view text) {
     reader from = {text, {BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), {}}};
     while (from.at < text.size()) {
         read_step(from);
-    }
-    bool is_reached = true;
-    int certificates = 0;
-    for (block &seen : from.found.blocks) {
-        seen.is_reached = is_reached;
-        if (is_reached && seen.is_certificate) {
-            seen.position = certificates++;
-        }
-        is_reached = is_reached && seen.is_read;
     }
     return std::move(from.found);
 }

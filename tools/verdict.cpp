@@ -28,17 +28,17 @@ fault explain_refusal(std::string_view text, const block_list &list) {
     if (next != nullptr && next->problem.exists()) {
         return next->problem;
     }
+    const bool is_after = last != &none;
     if (next != nullptr) {
-        const bool is_after = last != &none;
         return {is_after ? faults::block_after : faults::no_certificate, next->first_line,
                 excerpt(next->kind)};
     }
-    if (last == &none) {
-        return {text.empty() ? faults::empty : faults::no_block};
-    }
     const std::string_view rest = text.substr(last->end);
     if (rest.empty()) {
-        return {faults::refused};
+        return {is_after ? faults::refused : faults::empty};
+    }
+    if (!is_after) {
+        return {faults::no_block};
     }
     return {faults::text_after, last->last_line + 1,
             counted(rest.size(), "byte") + " (" + in_quotes(rest) + ')'};
