@@ -310,13 +310,14 @@ std::string subject(const std::string &chain, int index) {
 // What takes longer: lengths beyond 16 bits, and the chains, whose names say what they are. The
 // file good-3-... holds three certificates and ends cleanly; bad-2-... fails after two.
 std::vector<row> slow_rows() {
-    const std::string zeros(65538, '\0'), base64(87384, 'A'), blanks(65537, ' ');
+    const std::string zeros(65538, '\0'), hex(131076, '0'), base64(87384, 'A'), blanks(65537, ' ');
     std::vector<row> rows;
     rows.emplace_back(LINES(last_line_dumped, zeros), "4 x 10000: 00 00 \n");
     rows.emplace_back(CALL(base64_decode, blanks + base64 + blanks), zeros,
                       "11 Decode from base64 string, src_len = 218458",
                       "3 Removed 65537 leading whitespaces", "3 Removed 65537 trailing whitespaces",
                       "11 Decoded to binary data, dst_len = 65538");
+    rows.emplace_back(CALL(hex_encode, zeros), hex, "11 Encoded to hex string, dst_len = 131076");
     for (const auto &entry : std::filesystem::directory_iterator(TESRA_TESTS "/chains")) {
         const std::string name = entry.path().filename(), chain = file("chains/" + name);
         const bool good = name.starts_with("good-");
