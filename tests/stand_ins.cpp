@@ -138,10 +138,6 @@ STAND_IN void *calloc(size_t count, size_t size) noexcept {
     return block == nullptr ? nullptr : memset(block, 0, count * size);
 }
 
-STAND_IN void *realloc(void *old, size_t size) noexcept {
-    return resize(heap.c_blocks, old, size);
-}
-
 STAND_IN void free(void *block) noexcept {
     release(heap.c_blocks, block);
 }

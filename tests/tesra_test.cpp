@@ -193,9 +193,9 @@ std::vector<row> quick_rows() {
                                 "2 Entry not found for NID:18\n2 Entry not found for NID:13";
     const std::string released = "11 Entry [tesra_free_cert_data]\n4 Free cert data [PTR]";
     const std::string bad_times = file("records/bad-times.pem"); // of the first one, the start
-    const std::string x80(80, 'x'), x600(600, 'x');
+    const std::string x600 = "%d" + std::string(598, 'x');
     const std::string process = "[" + std::to_string(getpid()) + "]";
-    const std::string bytes = "\1\xFE@ABCDEFGHIJKLMNOPQ";
+    const std::string bytes = "\1\xFE@ABCDEFGHIJKLMN";
     const std::string sixteen = "01 FE 40 41 42 43 44 45 46 47 48 49 4A 4B 4C 4D ";
 
     std::vector<row> rows = {
@@ -204,21 +204,16 @@ std::vector<row> quick_rows() {
         // A year beyond every calendar. The message asks for the errno that the caller left.
         {LINES(trace, {INT64_MAX, 7}, 11, "probe", 0, "%m\n"),
          "1900-01-00T00:00:00.000007 L11 " + process + " probe:0:Operation not permitted\n"},
-        {LINES(trace, {0, 0}, 2, "f", 1, "%s", x600),
-         ("1970-01-01T05:30:00.000000 L2 " + process + " f:1:" + x600).substr(0, 511)},
         {LINES(trace, {0, 0}, 2, x600, 1, "%s", x600),
          ("1970-01-01T05:30:00.000000 L2 " + process + ' ' + x600).substr(0, 511)},
 
-        {LINES(dump, TESRA_DUMP_TRACE, nullptr, bytes.substr(0, 17)), "",
-         "trace 4  0000: " + sixteen, "trace 4  0010: 4E "},
-        {LINES(dump, TESRA_DUMP_LOG | TESRA_DUMP_TRACE, "%d", bytes.substr(0, 16)), "",
-         "4 %d 0000: " + sixteen, "trace 4 %d 0000: " + sixteen},
-        {LINES(dump, OTHER_FLAGS, "a", bytes.substr(0, 17)), ""},
+        {LINES(dump, TESRA_DUMP_TRACE, nullptr, bytes), "", "trace 4  0000: " + sixteen,
+         "trace 4  0010: 4E "},
+        {LINES(dump, TESRA_DUMP_LOG | TESRA_DUMP_TRACE, x600.c_str(), bytes.substr(0, 16)), "",
+         "4 " + x600.substr(0, 126), "trace 4 " + x600.substr(0, 126)},
+        {LINES(dump, OTHER_FLAGS, "a", bytes), ""},
         {LINES(dump, 0, "a", ""), "", "3 Buffer length = 0!"},
         {LINES(dump, 0, "a", {nullptr, 0}), "", "2 Invalid arguments"},
-        {LINES(dump, TESRA_DUMP_LOG | OTHER_FLAGS, x80.c_str(), bytes), "",
-         "4 " + (x80 + " 0000: " + sixteen).substr(0, 126), "4 " + x80 + " 0010: 4E 4F 50 51 "},
-        {LINES(dump, TESRA_DUMP_LOG, x600.c_str(), "AB"), "", "4 " + x600.substr(0, 126)},
 
         {CALL(get_cert_count, {nullptr, 0}), "0", "2 Invalid arguments"},
         {CALL(get_cert_count, nullptr, NO_FILE), "0", "2 Invalid arguments", "(platform log only)"},
@@ -251,12 +246,8 @@ std::vector<row> quick_rows() {
         {CALL(base64_decode, "  QUI=\v\r\n"), "AB", "11 Decode from base64 string, src_len = 9",
          "3 Removed 2 leading whitespaces", "3 Removed 3 trailing whitespaces",
          "11 Decoded to binary data, dst_len = 2"},
-        {CALL(base64_decode, "++++Q==="), "\xFB\xEF\xBE",
-         "11 Decode from base64 string, src_len = 8", "11 Decoded to binary data, dst_len = 3"},
         {CALL(base64_decode, "===="), "", "11 Decode from base64 string, src_len = 4",
          "11 Decoded to binary data, dst_len = 0"},
-        {CALL(base64_decode, "QUJ"), "null", "11 Decode from base64 string, src_len = 3",
-         "2 EVP_DecodeBlock failed, ret = -1"},
         {CALL(base64_decode, "QU\nD"), "null", "11 Decode from base64 string, src_len = 4",
          "2 EVP_DecodeBlock failed, ret = -1"},
         {CALL(base64_decode, "QUJD----"), "null", "11 Decode from base64 string, src_len = 8",
@@ -322,14 +313,11 @@ std::vector<row> slow_rows() {
     const std::string zeros(65538, '\0'), hex(131076, '0'), base64(87384, 'A'), blanks(65537, ' ');
     std::vector<row> rows;
     rows.emplace_back(LINES(last_line_dumped, zeros), "4 x 10000: 00 00 \n");
-    rows.emplace_back(CALL(base64_encode, zeros), base64);
     rows.emplace_back(CALL(base64_decode, blanks + base64 + blanks), zeros,
                       "11 Decode from base64 string, src_len = 218458",
                       "3 Removed 65537 leading whitespaces", "3 Removed 65537 trailing whitespaces",
                       "11 Decoded to binary data, dst_len = 65538");
     rows.emplace_back(CALL(hex_encode, zeros), hex, "11 Encoded to hex string, dst_len = 131076");
-    rows.emplace_back(CALL(hex_decode, hex), zeros, "11 Decode from hex string, src_len = 131076",
-                      "11 Decoded to binary data, dst_len = 65538");
     for (const auto &entry : std::filesystem::directory_iterator(TESRA_TESTS "/chains")) {
         const std::string name = entry.path().filename(), chain = file("chains/" + name);
         const bool good = name.starts_with("good-");
