@@ -5,12 +5,9 @@ set -euo pipefail
 export LC_ALL=C
 needed=$1 library=$2
 shift 2
-status=0
 
 expect_none() { # of what, found
-    [ -z "$2" ] && return
-    echo "$1: $2"
-    status=1
+    [ -z "$2" ] || { echo "$1: $2" && exit 1; }
 }
 
 expect_none "needs" "$(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
@@ -31,5 +28,4 @@ for object; do
 done
 # Newer releases look for the marks on AArch64, too.
 mapfile -t unasked < <(hardening-check --help | grep -oE -- '--no(cf|branch)protection')
-hardening-check --quiet "${unasked[@]}" "$library" || status=1
-exit $status
+hardening-check --quiet "${unasked[@]}" "$library"

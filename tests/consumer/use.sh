@@ -23,4 +23,3 @@ ${EMULATOR:-} "$tesra" -V | diff - <(echo "$version")
 manual=${tesra%/bin/tesra}/share/man
 zcat -f "$manual"/man1/tesra.1* | grep -q "libtesra_common $version"
 zcat -f "$manual"/man3/tesra_hex_encode.3* | grep -qF 'bytes\en"' # man(1) prints \e as a backslash
-echo "used from C, from C++ and on the command line"
