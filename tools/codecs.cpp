@@ -88,8 +88,7 @@ int convert(const command_line &given) {
 // The library cuts a line of more than 126 bytes. After the label a line has at most 59: an index
 // of eight digits with a colon and two blanks around it, and 16 bytes of three characters.
 int dump(const command_line &given) {
-    const auto option = given.options.find("label");
-    const std::string label = option == given.options.end() ? "" : option->second;
+    const std::string label = given.options.contains("label") ? given.options.at("label") : "";
     if (label.size() > 67) {
         throw wrong_usage("--label: at most 67 bytes, or lines are cut");
     }

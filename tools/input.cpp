@@ -44,7 +44,8 @@ int for_each_file(
     for (const std::string &path : paths.empty() ? standard_input : paths) {
         const std::string name = path == "-" ? "standard input" : escaped(path);
         try {
-            all_good = handle({path, name, read_all(path)}) && all_good;
+            const input file = {path, name, read_all(path)};
+            all_good = handle(file) && all_good;
         } catch (const std::exception &reason) {
             const std::string error = name + ": " + reason.what();
             complain(error);

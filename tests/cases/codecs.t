@@ -1,6 +1,6 @@
 # Encoders and decoders undo each other, whatever the line breaks, for input longer than one read.
 
-    $ seq 20000 | base64 -w 9 | sed 's/$/\r/' | tesra base64 decode | tesra base64 encode | tesra base64 decode | cmp - <(seq 20000)
+    $ seq -20000 0 | base64 -w 9 | sed 's/$/\r/' | tesra base64 decode | tesra base64 encode | tesra base64 decode | cmp - <(seq -20000 0)
     $ seq 20000 | tesra hex encode | fold -w 8 | sed 1~2y/A/a/ | tesra hex decode | cmp - <(seq 20000)
     $ for form in hex base64; do tesra $form encode </dev/null; printf A | tesra $form encode; done
     41

@@ -21,6 +21,6 @@
     ++:3
     'c\\d:3
     --:3
-    $ tesra count $'\e[31m\n\xC2\x9B\xE2\x81\xA6\xE2\x80\x8B\xEF\xBB\xBF\xF3\xA0\x81\x81\xC3\xBC\xC3'
-    tesra: \u{1B}[31m\u{A}\u{9B}\u{2066}\u{200B}\u{FEFF}\u{E0041}ü\xC3: No such file or directory
+    $ tesra count $'\e[31m\n\xC2\x9B\xE2\x81\xA6\xE2\x80\x8B\xEF\xBB\xBF\xF3\xA0\x81\x81\xF3\xA0\x84\x80\xC3\xBC\xC3'
+    tesra: \u{1B}[31m\u{A}\u{9B}\u{2066}\u{200B}\u{FEFF}\u{E0041}\u{E0100}ü\xC3: No such file or directory
     [1]
